@@ -1,0 +1,5 @@
+// The whole public interface of Corestone.
+#pragma once
+
+#include "BuildVersion.h"
+#include "KivApi.h"

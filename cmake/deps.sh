@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs, with apt-get, the Debian packages a job needs and the machine lacks.
+# Usage: cmake/deps.sh GROUP...   groups: main test bench
+set -euo pipefail
+
+packages() {
+  case "$1" in
+    main)  echo cmake ninja-build g++ ;;
+    test)  echo cmake ninja-build g++ googletest g++-multilib qemu-user \
+                g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 \
+                xvfb xauth libeigen3-dev clang-format clang-tidy ;;
+    bench) echo cmake ninja-build g++ python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \
+                libgoogle-perftools-dev libeigen3-dev ;;
+    *) echo "unknown group $1" >&2; exit 2 ;;
+  esac
+}
+
+wanted=()
+for group in "$@"; do
+  for p in $(packages "$group"); do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || wanted+=("$p")
+  done
+done
+[ ${#wanted[@]} -eq 0 ] && exit 0
+
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo=sudo
+echo "Installing: ${wanted[*]}"
+$sudo apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${wanted[@]}" >/dev/null

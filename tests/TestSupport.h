@@ -1,0 +1,29 @@
+// Helpers shared by the test programs: scratch folders and golden byte files.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace TestSupport
+{
+// A fresh, empty folder for one test, removed with everything in it when the object dies.
+class TempDir
+{
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir &) = delete;
+    TempDir & operator=(const TempDir &) = delete;
+
+    const std::string & Path() const { return path; }
+    std::string operator/(const std::string & name) const { return path + "/" + name; }
+
+private:
+    std::string path;
+};
+
+std::vector<unsigned char> ReadBytes(const std::string & fileName);
+void WriteBytes(const std::string & fileName, const std::vector<unsigned char> & bytes);
+// A file of tests/data, the golden files every target checks against.
+std::string DataFile(const std::string & name);
+} // namespace TestSupport
