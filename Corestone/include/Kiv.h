@@ -2,4 +2,8 @@
 #pragma once
 
 #include "BuildVersion.h"
+#include "Eigen3.h"
 #include "KivApi.h"
+#include "MathUtil.h"
+#include "Rand.h"
+#include "Vector3.h"
