@@ -13,7 +13,7 @@ KIV_API int IntLog2(float x);
 KIV_API int ILog2(float x);
 // The exponent of the integer rounded to single precision: 2^25 - 1 rounds up and gives 25.
 KIV_API int ILog2(int n);
-// The smallest power of two >= n; 0 for 0 and for every negative n.
+// The smallest power of two >= n; 0 for 0 and for negative n (INT_MIN wraps round to itself).
 KIV_API int CeilPow2(int n);
 // The largest power of two <= n; 0 for 0 and for every negative n.
 KIV_API int FloorPow2(int n);
