@@ -2,8 +2,10 @@
 #pragma once
 
 #include "BuildVersion.h"
+#include "Console.h"
 #include "Eigen3.h"
 #include "KivApi.h"
 #include "MathUtil.h"
 #include "Rand.h"
+#include "Rect.h"
 #include "Vector3.h"
