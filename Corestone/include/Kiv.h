@@ -6,6 +6,7 @@
 #include "Eigen3.h"
 #include "KivApi.h"
 #include "MathUtil.h"
+#include "Profile.h"
 #include "Rand.h"
 #include "Rect.h"
 #include "Vector3.h"
