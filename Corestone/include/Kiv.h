@@ -1,5 +1,8 @@
 // The whole public interface of Corestone.
 #pragma once
 
+#include "Alloc.h"
 #include "BuildVersion.h"
+#include "Exception.h"
 #include "KivApi.h"
+#include "Time.h"
