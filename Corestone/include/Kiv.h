@@ -3,3 +3,4 @@
 
 #include "BuildVersion.h"
 #include "KivApi.h"
+#include "SyncObject.h"
