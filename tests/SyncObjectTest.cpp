@@ -425,7 +425,7 @@ TEST(SyncObject, WriterNeverOverlapsReaders)
         threads.emplace_back(
             [&]
             {
-                for (int i = 0; i < 100; ++i)
+                for (int i = 0; i < 200; ++i)
                 {
                     ASSERT_TRUE(guard.WaitToWrite(mustHappen));
                     overlaps += ++writers != 1 || readers != 0 ? 1 : 0;
