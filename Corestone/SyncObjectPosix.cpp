@@ -388,19 +388,47 @@ uint32_t Block(std::unique_lock<std::mutex> & hold, Waiter & wait, uint32_t mill
     }
     return wait.result;
 }
+
+// Applies a change to an event under the gate; false for anything that is not an event.
+template <typename Change>
+bool ChangeEvent(void * handle, Change change)
+{
+    std::lock_guard<std::mutex> hold(gate);
+    KernelObject * object = Record(handle, KernelObject::eventKind);
+    if (object == nullptr)
+    {
+        return false;
+    }
+    change(object);
+    return true;
+}
+
+// A new object set up by init, or the existing object of that name as it stands.
+template <typename Init>
+void * CreateOrOpen(KernelObject::Kind kind, const char * name, Init init)
+{
+    std::lock_guard<std::mutex> hold(gate);
+    bool existing = false;
+    KernelObject * object = Create(kind, name, &existing);
+    if (object != nullptr && !existing)
+    {
+        init(object);
+    }
+    return object;
+}
 } // namespace
 
 void * CreateMutexObject(bool initiallyOwned, const char * name)
 {
     ThreadState * thread = &currentThread;
-    std::lock_guard<std::mutex> hold(gate);
-    bool existing = false;
-    KernelObject * object = Create(KernelObject::mutexKind, name, &existing);
-    if (object != nullptr && initiallyOwned && !existing)
-    {
-        Take(object, thread);
-    }
-    return object;
+    return CreateOrOpen(KernelObject::mutexKind, name,
+                        [=](KernelObject * mutex)
+                        {
+                            if (initiallyOwned)
+                            {
+                                Take(mutex, thread);
+                            }
+                        });
 }
 
 void * CreateSemaphoreObject(int32_t initialCount, int32_t maximumCount, const char * name)
@@ -409,28 +437,22 @@ void * CreateSemaphoreObject(int32_t initialCount, int32_t maximumCount, const c
     {
         return nullptr;
     }
-    std::lock_guard<std::mutex> hold(gate);
-    bool existing = false;
-    KernelObject * object = Create(KernelObject::semaphoreKind, name, &existing);
-    if (object != nullptr && !existing)
-    {
-        object->count = initialCount;
-        object->maximum = maximumCount;
-    }
-    return object;
+    return CreateOrOpen(KernelObject::semaphoreKind, name,
+                        [=](KernelObject * semaphore)
+                        {
+                            semaphore->count = initialCount;
+                            semaphore->maximum = maximumCount;
+                        });
 }
 
 void * CreateEventObject(bool manualReset, bool initiallySignalled, const char * name)
 {
-    std::lock_guard<std::mutex> hold(gate);
-    bool existing = false;
-    KernelObject * object = Create(KernelObject::eventKind, name, &existing);
-    if (object != nullptr && !existing)
-    {
-        object->manualReset = manualReset;
-        object->signalled = initiallySignalled;
-    }
-    return object;
+    return CreateOrOpen(KernelObject::eventKind, name,
+                        [=](KernelObject * event)
+                        {
+                            event->manualReset = manualReset;
+                            event->signalled = initiallySignalled;
+                        });
 }
 
 bool CloseObject(void * handle)
@@ -498,41 +520,28 @@ bool ReleaseSemaphoreObject(void * handle, int32_t count)
 
 bool SetEventObject(void * handle)
 {
-    std::lock_guard<std::mutex> hold(gate);
-    KernelObject * object = Record(handle, KernelObject::eventKind);
-    if (object == nullptr)
-    {
-        return false;
-    }
-    object->signalled = true;
-    Dispatch();
-    return true;
+    return ChangeEvent(handle,
+                       [](KernelObject * event)
+                       {
+                           event->signalled = true;
+                           Dispatch();
+                       });
 }
 
 bool PulseEventObject(void * handle)
 {
-    std::lock_guard<std::mutex> hold(gate);
-    KernelObject * object = Record(handle, KernelObject::eventKind);
-    if (object == nullptr)
-    {
-        return false;
-    }
-    object->signalled = true;
-    Dispatch();
-    object->signalled = false;
-    return true;
+    return ChangeEvent(handle,
+                       [](KernelObject * event)
+                       {
+                           event->signalled = true;
+                           Dispatch();
+                           event->signalled = false;
+                       });
 }
 
 bool ResetEventObject(void * handle)
 {
-    std::lock_guard<std::mutex> hold(gate);
-    KernelObject * object = Record(handle, KernelObject::eventKind);
-    if (object == nullptr)
-    {
-        return false;
-    }
-    object->signalled = false;
-    return true;
+    return ChangeEvent(handle, [](KernelObject * event) { event->signalled = false; });
 }
 } // namespace SyncPlatform
 

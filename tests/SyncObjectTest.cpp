@@ -79,6 +79,19 @@ private:
     std::vector<std::thread> threads;
 };
 
+// Of three threads waiting on an auto-reset event exactly one got through and reset it; the
+// other two are then let go so that the threads end.
+void ExpectOnlyOneReleased(const Kiv::WEvent & event, Waiters & waiters)
+{
+    EXPECT_TRUE(Eventually([&] { return waiters.released == 1; }));
+    Pause();
+    EXPECT_EQ(waiters.released, 1);
+    EXPECT_FALSE(event.Lock(0)) << "the released waiter reset it";
+    event.Set();
+    EXPECT_TRUE(Eventually([&] { return waiters.released == 2; }));
+    event.Set();
+}
+
 std::string UniqueName(const char * base)
 {
     return std::string(base) + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count());
@@ -238,12 +251,7 @@ TEST(SyncObject, AutoAndManualResetEvents)
     {
         Waiters waiters(automatic, 3);
         EXPECT_TRUE(automatic.Set());
-        EXPECT_TRUE(Eventually([&] { return waiters.released == 1; }));
-        Pause();
-        EXPECT_EQ(waiters.released, 1);
-        EXPECT_FALSE(automatic.Lock(0)) << "the released waiter reset it";
-        automatic.Set();
-        automatic.Set();
+        ExpectOnlyOneReleased(automatic, waiters);
     }
     Waiters waiters(manual, 3);
     EXPECT_TRUE(manual.Set());
@@ -266,12 +274,7 @@ TEST(SyncObject, PulseReleasesOnlyTheCurrentWaiters)
     }
     Waiters waiters(automatic, 3);
     EXPECT_TRUE(automatic.Pulse());
-    EXPECT_TRUE(Eventually([&] { return waiters.released == 1; }));
-    Pause();
-    EXPECT_EQ(waiters.released, 1);
-    EXPECT_FALSE(automatic.Lock(0));
-    automatic.Set();
-    automatic.Set();
+    ExpectOnlyOneReleased(automatic, waiters);
 }
 
 TEST(SyncObject, MultiLockWaitsForAnyOrAll)
