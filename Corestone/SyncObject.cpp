@@ -134,8 +134,10 @@ Semaphore::Semaphore(int initialCount, int maximumCount, const char * name)
 
 bool Semaphore::Unlock(unsigned long count) const
 {
-    // A count past the 32-bit range could never fit under any maximum.
-    return count <= INT32_MAX && SyncPlatform::ReleaseSemaphoreObject(handle, static_cast<int32_t>(count));
+    // The system requires a positive count (not every implementation checks it); one past the
+    // 32-bit range could never fit under any maximum.
+    return count >= 1 && count <= INT32_MAX &&
+           SyncPlatform::ReleaseSemaphoreObject(handle, static_cast<int32_t>(count));
 }
 
 bool Semaphore::Unlock() const
