@@ -1,5 +1,7 @@
 #include "Console.h"
 
+#include "Alloc.h"
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -16,12 +18,15 @@ constexpr int colorTagLength = sizeof colorTag - 1;
 
 char * AllocateCells(std::int32_t count)
 {
-    return new char[count];
+    return static_cast<char *>(Alloc::New(static_cast<unsigned int>(count)));
 }
 
 void FreeCells(char * cells)
 {
-    delete[] cells;
+    if (cells != nullptr)
+    {
+        Alloc::Delete(cells);
+    }
 }
 
 int HexDigit(char c)
@@ -75,11 +80,16 @@ Console::~Console()
 
 void Console::CopyFrom(const Console & other)
 {
-    if (other.cells != nullptr)
+    if (other.cells == nullptr)
     {
-        cells = AllocateCells(other.width * other.height);
-        std::memcpy(cells, other.cells, static_cast<std::size_t>(other.width) * other.height);
+        return;
     }
+    cells = AllocateCells(other.width * other.height);
+    if (cells == nullptr)
+    {
+        return;
+    }
+    std::memcpy(cells, other.cells, static_cast<std::size_t>(other.width) * other.height);
     width = other.width;
     height = other.height;
     top = other.top;
@@ -98,6 +108,10 @@ bool Console::Init(const Size & size)
         return false;
     }
     cells = AllocateCells(size.width * size.height);
+    if (cells == nullptr)
+    {
+        return false;
+    }
     width = size.width;
     height = size.height;
     Clear();

@@ -1,9 +1,9 @@
 #include "Profile.h"
 
 #include "Console.h"
+#include "Time.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 
@@ -18,9 +18,8 @@ constexpr int barColumns = 36;
 
 std::uint32_t PerformanceCounterMicroseconds()
 {
-    using namespace std::chrono;
-    return static_cast<std::uint32_t>(
-        duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count());
+    static const double microsecondsPerTick = 1.0e6 / static_cast<double>(Time::GetCounterFrequency());
+    return static_cast<std::uint32_t>(static_cast<std::uint64_t>(Time::GetCounter() * microsecondsPerTick));
 }
 
 std::uint32_t PeriodMs(float hertz)
@@ -60,7 +59,7 @@ std::uint32_t Now()
 // The one place the profiler's report leaves the library.
 void WriteReportLine(const char * line)
 {
-    std::fputs(line, stderr);
+    Debugger::Output(line);
 }
 
 // The leading functions worth showing: at most maxLines, stopping at the first quiet one.

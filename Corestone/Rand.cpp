@@ -1,8 +1,10 @@
 #include "Rand.h"
 
+#include "Alloc.h"
+#include "Time.h"
+
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -23,7 +25,7 @@ std::uint32_t * AllocateWords(std::uint32_t count)
     {
         throw std::bad_alloc();
     }
-    auto * words = static_cast<std::uint32_t *>(std::malloc(count * sizeof(std::uint32_t)));
+    auto * words = static_cast<std::uint32_t *>(Alloc::New(count * sizeof(std::uint32_t)));
     if (words == nullptr)
     {
         throw std::bad_alloc();
@@ -34,7 +36,7 @@ std::uint32_t * AllocateWords(std::uint32_t count)
 
 void FreeWords(std::uint32_t * words)
 {
-    std::free(words);
+    Alloc::Delete(words);
 }
 
 float UnitFloat(std::uint32_t word)
@@ -42,6 +44,13 @@ float UnitFloat(std::uint32_t word)
     return static_cast<float>(word / RandScale::wordMax);
 }
 } // namespace
+
+LCRand::LCRand() : state(Time::FrameLockMs() + 10) {}
+
+void LCRand::Randomise()
+{
+    state = Time::FrameLockMs() + 10;
+}
 
 Rand::Rand()
 {
@@ -119,6 +128,11 @@ void Rand::Init(std::int32_t newSize, std::int32_t newSeedTableSize)
     shuffle = block + 1;
     index = 0;
     lag = static_cast<std::int32_t>(size / 2 + 22);
+}
+
+void Rand::Randomise()
+{
+    SetSeed(Time::FrameLockMs() + 10);
 }
 
 void Rand::SetSeed(std::uint32_t seed)

@@ -1,4 +1,5 @@
 #include "Rand.h"
+#include "Time.h"
 
 #include <gtest/gtest.h>
 
@@ -322,4 +323,28 @@ TEST(Rand, GaussianPassesStatisticalChecks)
     EXPECT_NEAR(mean, 3.0, 0.01);
     EXPECT_NEAR(sumSquares / draws - mean * mean, 4.0, 0.03);
     EXPECT_LT(ChiSquare(bins, draws), chiSquareBound);
+}
+
+TEST(Rand, RandomiseFollowsTheFrameLockedClock)
+{
+    // Locked at 2,000,000 per frame, the third frame reads 4,000,000 x 0.001 = 4,000 ms.
+    Kiv::Time::SetFrameLockTime(2000000.0);
+    for (int i = 0; i < 3; ++i)
+    {
+        Kiv::Time::IncFrame();
+    }
+    const std::uint32_t seed = Kiv::Time::FrameLockMs() + 10;
+    EXPECT_EQ(Kiv::LCRand().GetSeed(), seed);
+    Kiv::LCRand lc(1);
+    lc.Randomise();
+    EXPECT_EQ(lc.GetSeed(), seed);
+
+    Kiv::Rand randomised, seeded;
+    randomised.Randomise();
+    seeded.SetSeed(seed);
+    for (int i = 0; i < 100; ++i)
+    {
+        ASSERT_EQ(randomised.GetRandom(), seeded.GetRandom());
+    }
+    Kiv::Time::frameLock = false;
 }
