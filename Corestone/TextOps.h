@@ -133,6 +133,23 @@ int FindText(const Char * text, unsigned int length, const Char * needle, unsign
 }
 
 // The other case of a byte: ASCII letters flip bit 0x20, higher bytes follow the locale.
+// The 8-bit searches use the runtime's tuned scans; the text is NUL-terminated at its length.
+inline int FindChar(const char * text, unsigned int length, unsigned int character, unsigned int start)
+{
+    if (start > length)
+        return -1;
+    const void * found = std::memchr(text + start, static_cast<int>(character & 0xFF), length - start + 1);
+    return found != nullptr ? static_cast<int>(static_cast<const char *>(found) - text) : -1;
+}
+
+inline int FindText(const char * text, unsigned int length, const char * needle, unsigned int start)
+{
+    if (start > length)
+        return -1;
+    const char * found = std::strstr(text + start, needle);
+    return found != nullptr ? static_cast<int>(found - text) : -1;
+}
+
 inline char OtherCase(char character)
 {
     auto byte = static_cast<unsigned char>(character);
