@@ -7,6 +7,7 @@
 #include "TextOps.h"
 #include "UnicodeString.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -48,6 +49,18 @@ AnsiString::Record * NewRecord(unsigned int capacity)
     return record;
 }
 } // namespace
+
+// Inline, so the library's own calls do not go through its export table.
+inline char * AnsiString::Text() const
+{
+    return record->Text();
+}
+
+inline void AnsiString::Release()
+{
+    if (record->capacity != 0 && record->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        Alloc::Delete(record);
+}
 
 AnsiString::AnsiString() : record(&nullRecord.record) {}
 
@@ -104,12 +117,6 @@ AnsiString::~AnsiString()
     Release();
 }
 
-void AnsiString::Release()
-{
-    if (record->capacity != 0 && record->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        Alloc::Delete(record);
-}
-
 AnsiString & AnsiString::operator=(const AnsiString & other)
 {
     // Counting the source first keeps self-assignment safe.
@@ -164,16 +171,15 @@ AnsiString & AnsiString::operator=(const PString & text)
     return *this;
 }
 
-char * AnsiString::Text() const
-{
-    return record->Text();
-}
-
 void AnsiString::MakeBufferUnique(unsigned int size, bool keep)
 {
     if (record->capacity != 0 && record->capacity >= size && record->references.load() == 1)
         return;
-    Record * fresh = NewRecord(keep && record->capacity > size ? record->capacity : size);
+    // Kept text that outgrows its record doubles it, so a run of appends copies the text only
+    // a logarithmic number of times.
+    if (keep)
+        size = size > record->capacity ? std::max(size, 2 * record->capacity) : record->capacity;
+    Record * fresh = NewRecord(size);
     if (keep)
     {
         std::memcpy(fresh->Text(), Text(), record->length + 1);
@@ -195,7 +201,7 @@ void AnsiString::Insert(const char * text, unsigned int count, unsigned int pos)
 {
     if (count == 0 || pos > record->length)
         return;
-    if (!IsBufferNULL() && text >= Text() && text < Text() + record->capacity)
+    if (record->capacity != 0 && text >= Text() && text < Text() + record->capacity)
     {
         // The piece lives in the record about to be moved or reallocated.
         AnsiString piece(text, count);
@@ -214,7 +220,7 @@ unsigned int AnsiString::Length() const
 
 unsigned int AnsiString::Size() const
 {
-    return IsBufferNULL() ? 0 : record->length + 1;
+    return record->capacity == 0 ? 0 : record->length + 1;
 }
 
 unsigned int AnsiString::AllocSize() const
@@ -229,7 +235,7 @@ bool AnsiString::IsBufferNULL() const
 
 AnsiString::operator const char *() const
 {
-    return IsBufferNULL() ? nullptr : Text();
+    return record->capacity == 0 ? nullptr : Text();
 }
 
 unsigned int AnsiString::operator[](unsigned int index) const
@@ -285,7 +291,7 @@ int AnsiString::GetUnicode(wchar_t * buffer, unsigned int sizeInBytes) const
 AnsiString::CompareResult AnsiString::CompareWithMatchCase(const char * text) const
 {
     bool otherNull = text == nullptr;
-    if (IsBufferNULL())
+    if (record->capacity == 0)
         return otherNull ? Equal : Less;
     if (otherNull)
         return Greater;
@@ -295,7 +301,7 @@ AnsiString::CompareResult AnsiString::CompareWithMatchCase(const char * text) co
 
 AnsiString::CompareResult AnsiString::CompareWith(const char * text) const
 {
-    if (IsBufferNULL() || text == nullptr)
+    if (record->capacity == 0 || text == nullptr)
         return CompareWithMatchCase(text);
     int order = CRuntime::Stricmp(Text(), text);
     return order < 0 ? Less : order == 0 ? Equal : Greater;
@@ -367,33 +373,33 @@ bool AnsiString::EqualsIgnoreCase(const char * text) const
 // The mixed convention of the null cases is relied on by existing callers.
 int AnsiString::NullCompare(const char * other) const
 {
-    if (IsBufferNULL())
+    if (record->capacity == 0)
         return other == nullptr ? 1 : 0;
     return 2;
 }
 
 int AnsiString::Compare(const char * other) const
 {
-    if (IsBufferNULL() || other == nullptr)
+    if (record->capacity == 0 || other == nullptr)
         return NullCompare(other);
     return TextOps::CompareUnits(Text(), other);
 }
 
 int AnsiString::CompareIgnoreCase(const char * other) const
 {
-    if (IsBufferNULL() || other == nullptr)
+    if (record->capacity == 0 || other == nullptr)
         return NullCompare(other);
     return CRuntime::Stricmp(Text(), other);
 }
 
 int AnsiString::Find(unsigned int character, unsigned int start) const
 {
-    return IsBufferNULL() ? -1 : TextOps::FindChar(Text(), record->length, character, start);
+    return record->capacity == 0 ? -1 : TextOps::FindChar(Text(), record->length, character, start);
 }
 
 int AnsiString::Find(const char * text, unsigned int start) const
 {
-    return IsBufferNULL() ? -1 : TextOps::FindText(Text(), record->length, text, start);
+    return record->capacity == 0 ? -1 : TextOps::FindText(Text(), record->length, text, start);
 }
 
 int AnsiString::FindIgnoreCase(unsigned int character, unsigned int start) const
@@ -575,7 +581,7 @@ void AnsiString::SetLength(unsigned int count)
 
 void AnsiString::Strip(const char * set)
 {
-    if (IsBufferNULL() || set == nullptr)
+    if (record->capacity == 0 || set == nullptr)
         return;
     MakeBufferUnique(record->capacity, true);
     TextOps::Strip(Text(), record->length, set);

@@ -7,6 +7,7 @@
 #include "StringSerial.h"
 #include "TextOps.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -134,6 +135,8 @@ void UnicodeString::Reserve(unsigned int count, bool keep)
     unsigned int needed = WideBytes(count);
     if (buffer != nullptr && needed <= capacity)
         return;
+    if (keep && buffer != nullptr)
+        needed = std::max(needed, 2 * capacity);
     auto * fresh = static_cast<wchar_t *>(Alloc::New(needed));
     fresh[0] = 0;
     if (keep && buffer != nullptr)

@@ -24,12 +24,21 @@ std::vector<std::string> Names(const char * prefix, int count)
 
 constexpr int missBatch = 1000;
 
+std::vector<Kiv::PString> Pooled(const std::vector<std::string> & names)
+{
+    std::vector<Kiv::PString> pool;
+    pool.reserve(names.size());
+    for (const std::string & name : names)
+        pool.emplace_back(name.c_str());
+    return pool;
+}
+
 // Looks up names that are all pooled already, with `live` names in the pool.
 void PooledHit(benchmark::State & state)
 {
     auto live = static_cast<int>(state.range(0));
     std::vector<std::string> names = Names("hit", live);
-    std::vector<Kiv::PString> pool(names.begin(), names.end());
+    std::vector<Kiv::PString> pool = Pooled(names);
     size_t next = 0;
     for (auto _ : state)
     {
@@ -57,7 +66,7 @@ void SetHit(benchmark::State & state)
 void PooledMiss(benchmark::State & state)
 {
     std::vector<std::string> names = Names("live", static_cast<int>(state.range(0)));
-    std::vector<Kiv::PString> pool(names.begin(), names.end());
+    std::vector<Kiv::PString> pool = Pooled(names);
     std::vector<std::string> fresh = Names("miss", missBatch);
     std::vector<Kiv::PString> made;
     made.reserve(missBatch);
