@@ -205,10 +205,11 @@ long WideToMultiByte(const wchar_t * text, size_t length, char * out)
 size_t Utf16Units(const wchar_t * text, size_t length)
 {
     size_t units = length;
-    if constexpr (sizeof(wchar_t) > 2)
+    for (size_t i = 0; i < length; ++i)
     {
-        for (size_t i = 0; i < length; ++i)
-            units += static_cast<uint32_t>(text[i]) > 0xFFFF && static_cast<uint32_t>(text[i]) <= 0x10FFFF;
+        // Only a 32-bit wchar_t holds characters that need a surrogate pair.
+        uint32_t code = static_cast<uint32_t>(text[i]);
+        units += code > 0xFFFF && code <= 0x10FFFF;
     }
     return units;
 }

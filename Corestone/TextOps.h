@@ -221,19 +221,16 @@ int CompareUnits(const Char * a, const Char * b)
     }
 }
 
-inline int FormatOnce(char * buffer, size_t count, const char * format, va_list args)
+template <class Char>
+int FormatOnce(Char * buffer, size_t count, const Char * format, va_list args)
 {
     va_list copy;
     va_copy(copy, args);
-    int written = CRuntime::Vsnprintf(buffer, count, format, copy);
-    va_end(copy);
-    return written;
-}
-inline int FormatOnce(wchar_t * buffer, size_t count, const wchar_t * format, va_list args)
-{
-    va_list copy;
-    va_copy(copy, args);
-    int written = CRuntime::Vsnwprintf(buffer, count, format, copy);
+    int written = 0;
+    if constexpr (std::is_same_v<Char, char>)
+        written = CRuntime::Vsnprintf(buffer, count, format, copy);
+    else
+        written = CRuntime::Vsnwprintf(buffer, count, format, copy);
     va_end(copy);
     return written;
 }
