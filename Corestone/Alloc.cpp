@@ -7,6 +7,9 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#if defined(__GLIBC__)
+#include <sys/single_threaded.h>
+#endif
 
 namespace Kiv
 {
@@ -25,9 +28,46 @@ namespace
 // Each lock on its own cache line, so threads working on different classes do not share one.
 struct alignas(64) PaddedLock
 {
-    PlatformLock lock;
+    PlatformAllocatorLock lock;
 };
 PaddedLock locks[Alloc::LockCount];
+
+// While the process has a single thread nothing can race for a free list, so the lock is skipped, as
+// glibc skips its own. The flag only turns false by this very thread starting another one, which
+// cannot happen inside a section, so a section's entry and exit always agree.
+inline bool IsSingleThreaded()
+{
+#if defined(__GLIBC__)
+    return __libc_single_threaded;
+#else
+    return false;
+#endif
+}
+
+// Holds the lock of one size class until Leave or the end of the scope.
+class ClassLock
+{
+public:
+    explicit ClassLock(uint64_t sizeClass)
+        : lock(IsSingleThreaded() ? nullptr : &locks[sizeClass % Alloc::LockCount].lock)
+    {
+        if (lock)
+            lock->Enter();
+    }
+    ~ClassLock() { Leave(); }
+    ClassLock(const ClassLock &) = delete;
+    ClassLock & operator=(const ClassLock &) = delete;
+
+    void Leave()
+    {
+        if (lock)
+            lock->Leave();
+        lock = nullptr;
+    }
+
+private:
+    PlatformAllocatorLock * lock;
+};
 
 // The caller's data starts at Block::next: 4 bytes in on 32-bit targets, 8 on 64-bit ones.
 constexpr size_t headerBytes = offsetof(Alloc::Block, next);
@@ -115,8 +155,7 @@ void * Alloc::New(unsigned int size)
         Add(large, 1);
         return FromHeap(sizeClass);
     }
-    PlatformLock & lock = locks[sizeClass % LockCount].lock;
-    lock.Enter();
+    ClassLock lock(sizeClass);
     Block * head = buckets[sizeClass].next;
     if (head)
     {
@@ -146,8 +185,7 @@ void Alloc::Delete(void * p)
         std::free(block);
         return;
     }
-    PlatformLock & lock = locks[sizeClass % LockCount].lock;
-    lock.Enter();
+    ClassLock lock(sizeClass);
     if (count[sizeClass] >= max[sizeClass])
     {
         lock.Leave();
@@ -157,7 +195,6 @@ void Alloc::Delete(void * p)
     block->next = buckets[sizeClass].next;
     buckets[sizeClass].next = block;
     ++count[sizeClass];
-    lock.Leave();
 }
 
 void Alloc::Dump()
