@@ -114,7 +114,7 @@ void RegisterAlloc(const char * impl)
         ->UseRealTime();
 }
 
-#if ALLOC_PEER == ALLOC_PEER_NONE
+#if 0
 struct Node
 {
     Node * next;

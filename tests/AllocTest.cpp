@@ -130,12 +130,6 @@ TEST(Alloc, AbsurdSizesFailCleanly)
     Alloc::allocated = allocated;
 }
 
-#if defined(_WIN32) && !defined(CORESTONE_WINE_DEATH_TESTS)
-TEST(AllocDeathTest, ImpossiblePointersStopInTheDebuggerTrap)
-{
-    GTEST_SKIP() << "Wine starts its debugger for a breakpoint in the death-test child instead of ending it";
-}
-#else
 TEST(AllocDeathTest, ImpossiblePointersStopInTheDebuggerTrap)
 {
     EXPECT_DEATH(Alloc::Delete(nullptr), "");
@@ -145,7 +139,6 @@ TEST(AllocDeathTest, ImpossiblePointersStopInTheDebuggerTrap)
         EXPECT_DEATH(Alloc::Delete(reinterpret_cast<void *>(uintptr_t(0x80000010u))), "");
     }
 }
-#endif
 
 TEST(Alloc, ThreadsDoNotClobberEachOthersBlocks)
 {
