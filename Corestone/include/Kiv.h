@@ -5,4 +5,5 @@
 #include "BuildVersion.h"
 #include "Exception.h"
 #include "KivApi.h"
+#include "SyncObject.h"
 #include "Time.h"
