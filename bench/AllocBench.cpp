@@ -114,7 +114,7 @@ void RegisterAlloc(const char * impl)
         ->UseRealTime();
 }
 
-#if 0
+#if ALLOC_PEER == ALLOC_PEER_NONE
 struct Node
 {
     Node * next;
