@@ -7,9 +7,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#if defined(__GLIBC__)
-#include <sys/single_threaded.h>
-#endif
 
 namespace Kiv
 {
@@ -32,24 +29,13 @@ struct alignas(64) PaddedLock
 };
 PaddedLock locks[Alloc::LockCount];
 
-// While the process has a single thread nothing can race for a free list, so the lock is skipped, as
-// glibc skips its own. The flag only turns false by this very thread starting another one, which
-// cannot happen inside a section, so a section's entry and exit always agree.
-inline bool IsSingleThreaded()
-{
-#if defined(__GLIBC__)
-    return __libc_single_threaded;
-#else
-    return false;
-#endif
-}
-
-// Holds the lock of one size class until Leave or the end of the scope.
+// Holds the lock of one size class until Leave or the end of the scope; a process with a single
+// thread has nothing to lock out.
 class ClassLock
 {
 public:
     explicit ClassLock(uint64_t sizeClass)
-        : lock(IsSingleThreaded() ? nullptr : &locks[sizeClass % Alloc::LockCount].lock)
+        : lock(IsSingleThreadedProcess() ? nullptr : &locks[sizeClass % Alloc::LockCount].lock)
     {
         if (lock)
             lock->Enter();

@@ -8,9 +8,24 @@
 #include <pthread.h>
 #include <sched.h>
 #endif
+#if defined(__GLIBC__)
+#include <sys/single_threaded.h>
+#endif
 
 namespace Kiv
 {
+// True while the process has a single thread, so a short section cannot race and may skip its lock,
+// as glibc's own allocator does. Only this very thread can turn it false, by starting another
+// thread, so a section that sampled it at entry can trust the same answer at exit.
+inline bool IsSingleThreadedProcess()
+{
+#if defined(__GLIBC__)
+    return __libc_single_threaded;
+#else
+    return false;
+#endif
+}
+
 struct PlatformLock
 {
 #if defined(_WIN32)

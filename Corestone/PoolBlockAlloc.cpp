@@ -1,5 +1,7 @@
 #include "Alloc.h"
 
+#include "PlatformLock.h"
+
 #include <cstddef>
 #include <new>
 
@@ -121,9 +123,12 @@ void PoolBlockAlloc::Unlock()
 
 void * PoolBlockAlloc::Alloc()
 {
-    Lock();
+    bool locking = !IsSingleThreadedProcess();
+    if (locking)
+        Lock();
     void * element = uncarved < 1 && freeElementCount > 0 ? ReuseElement() : CarveElement();
-    Unlock();
+    if (locking)
+        Unlock();
     return element;
 }
 
@@ -175,7 +180,9 @@ void PoolBlockAlloc::Free(void * p)
 {
     if (!p)
         return;
-    Lock();
+    bool locking = !IsSingleThreadedProcess();
+    if (locking)
+        Lock();
     void ** element = static_cast<void **>(p) - 1;
     auto * chunk = static_cast<Chunk *>(*element);
     *element = chunk->returned;
@@ -193,7 +200,8 @@ void PoolBlockAlloc::Free(void * p)
         Unlink(usedChunks, chunk);
         PushFront(freeChunks, chunk);
     }
-    Unlock();
+    if (locking)
+        Unlock();
 }
 
 void PoolBlockAlloc::ReleaseMemory()
