@@ -82,13 +82,16 @@ inline void * UserPointerOf(Alloc::Block * block)
     return &block->next;
 }
 
-// A pointer no allocation can have produced: null, the first megabyte, and on 32-bit targets
-// everything above the 2 GB user address space.
+// A pointer no allocation can have produced: null, the first megabyte, and on 32-bit Windows
+// everything above its 2 GB user address space. 32-bit Linux maps memory up to 3 GB and more (its
+// thread arenas and large blocks sit near the top), so there only the low test holds.
 inline bool IsImpossibleBlock(const void * p)
 {
     uintptr_t address = reinterpret_cast<uintptr_t>(p);
+#if defined(_WIN32)
     if (sizeof(void *) == 4)
         return address - 0x100000u > 0x7FF00000u;
+#endif
     return address < 0x100000u;
 }
 

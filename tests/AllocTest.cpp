@@ -94,8 +94,13 @@ TEST(Alloc, CacheLimitsAndCounters)
 
     uint32_t large = Alloc::large;
     allocated = Alloc::allocated;
+    // Blocks this size come from the system's mappings, high in a 32-bit address space.
+    void * huge = Alloc::New(4u << 20);
+    ASSERT_NE(huge, nullptr);
+    std::memset(huge, 0x33, 4u << 20);
+    Alloc::Delete(huge);
     void * big = Alloc::New(5000);
-    EXPECT_EQ(Alloc::large - large, 1u);
+    EXPECT_EQ(Alloc::large - large, 2u);
     EXPECT_EQ(Alloc::allocated - allocated, ((5000u + 11) >> 3) * 8);
     Alloc::Delete(big);
     EXPECT_EQ(Alloc::allocated, allocated);
@@ -134,10 +139,12 @@ TEST(AllocDeathTest, ImpossiblePointersStopInTheDebuggerTrap)
 {
     EXPECT_DEATH(Alloc::Delete(nullptr), "");
     EXPECT_DEATH(Alloc::Delete(reinterpret_cast<void *>(uintptr_t(0xFFFF0))), "");
+#if defined(_WIN32)
     if (sizeof(void *) == 4)
     {
         EXPECT_DEATH(Alloc::Delete(reinterpret_cast<void *>(uintptr_t(0x80000010u))), "");
     }
+#endif
 }
 
 TEST(Alloc, ThreadsDoNotClobberEachOthersBlocks)
