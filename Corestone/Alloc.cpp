@@ -25,9 +25,35 @@ namespace
 // Each lock on its own cache line, so threads working on different classes do not share one.
 struct alignas(64) PaddedLock
 {
-    PlatformLock lock;
+    PlatformAllocatorLock lock;
 };
 PaddedLock locks[Alloc::LockCount];
+
+// Holds the lock of one size class until Leave or the end of the scope; a process with a single
+// thread has nothing to lock out.
+class ClassLock
+{
+public:
+    explicit ClassLock(uint64_t sizeClass)
+        : lock(IsSingleThreadedProcess() ? nullptr : &locks[sizeClass % Alloc::LockCount].lock)
+    {
+        if (lock)
+            lock->Enter();
+    }
+    ~ClassLock() { Leave(); }
+    ClassLock(const ClassLock &) = delete;
+    ClassLock & operator=(const ClassLock &) = delete;
+
+    void Leave()
+    {
+        if (lock)
+            lock->Leave();
+        lock = nullptr;
+    }
+
+private:
+    PlatformAllocatorLock * lock;
+};
 
 // The caller's data starts at Block::next: 4 bytes in on 32-bit targets, 8 on 64-bit ones.
 constexpr size_t headerBytes = offsetof(Alloc::Block, next);
@@ -56,13 +82,16 @@ inline void * UserPointerOf(Alloc::Block * block)
     return &block->next;
 }
 
-// A pointer no allocation can have produced: null, the first megabyte, and on 32-bit targets
-// everything above the 2 GB user address space.
+// A pointer no allocation can have produced: null, the first megabyte, and on 32-bit Windows
+// everything above its 2 GB user address space. 32-bit Linux maps memory up to 3 GB and more (its
+// thread arenas and large blocks sit near the top), so there only the low test holds.
 inline bool IsImpossibleBlock(const void * p)
 {
     uintptr_t address = reinterpret_cast<uintptr_t>(p);
+#if defined(_WIN32)
     if (sizeof(void *) == 4)
         return address - 0x100000u > 0x7FF00000u;
+#endif
     return address < 0x100000u;
 }
 
@@ -115,8 +144,7 @@ void * Alloc::New(unsigned int size)
         Add(large, 1);
         return FromHeap(sizeClass);
     }
-    PlatformLock & lock = locks[sizeClass % LockCount].lock;
-    lock.Enter();
+    ClassLock lock(sizeClass);
     Block * head = buckets[sizeClass].next;
     if (head)
     {
@@ -146,8 +174,7 @@ void Alloc::Delete(void * p)
         std::free(block);
         return;
     }
-    PlatformLock & lock = locks[sizeClass % LockCount].lock;
-    lock.Enter();
+    ClassLock lock(sizeClass);
     if (count[sizeClass] >= max[sizeClass])
     {
         lock.Leave();
@@ -157,7 +184,6 @@ void Alloc::Delete(void * p)
     block->next = buckets[sizeClass].next;
     buckets[sizeClass].next = block;
     ++count[sizeClass];
-    lock.Leave();
 }
 
 void Alloc::Dump()

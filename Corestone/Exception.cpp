@@ -74,8 +74,10 @@ Exception::Exception(const Exception & other)
 
 Exception & Exception::operator=(const Exception & other)
 {
-    std::memmove(description, other.description, sizeof description);
-    std::memmove(reason, other.reason, sizeof reason);
+    if (this == &other)
+        return *this;
+    std::memcpy(description, other.description, sizeof description);
+    std::memcpy(reason, other.reason, sizeof reason);
     hardware = other.hardware;
     line = other.line;
     file = other.file;
@@ -126,8 +128,7 @@ void Exception::VSetReasonf(const char * format, va_list arguments)
 
 void Exception::AddReasonf(const char * format, ...)
 {
-    size_t used = std::strlen(reason);
-    CopyInto(reason + used, sizeof reason - used, "  -  ");
+    AppendTo(reason, sizeof reason, "  -  ");
     va_list arguments;
     va_start(arguments, format);
     FormatInto(reason, sizeof reason, std::strlen(reason), format, arguments);
@@ -211,6 +212,8 @@ HardwareException::HardwareException(const HardwareException & other)
 
 HardwareException & HardwareException::operator=(const HardwareException & other)
 {
+    if (this == &other)
+        return *this;
     Exception::operator=(other);
     exceptionPointers = other.exceptionPointers;
     return *this;

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <random>
+#include <thread>
 #include <vector>
 
 #define ALLOC_PEER_NONE 0
@@ -72,6 +73,15 @@ void Pairs(benchmark::State & state)
     }
 }
 
+// The same once the process has started a thread: heaps that skip their locks while the process
+// has one thread take them from then on.
+template <class Heap>
+void PairsAfterThreads(benchmark::State & state)
+{
+    std::thread([] {}).join();
+    Pairs<Heap>(state);
+}
+
 // 10,000 live blocks of random sizes 1 to 1012: each step frees one at random and allocates a new one
 // in its place. The random choices are drawn before timing.
 template <class Heap>
@@ -109,6 +119,9 @@ void RegisterAlloc(const char * impl)
                                      Pairs<Heap>)
             ->Arg(size);
     benchmark::RegisterBenchmark((std::string("Alloc/random:") + impl).c_str(), Random<Heap>);
+    benchmark::RegisterBenchmark((std::string("Alloc/pairs-16-after-threads:") + impl).c_str(),
+                                 PairsAfterThreads<Heap>)
+        ->Arg(16);
     benchmark::RegisterBenchmark((std::string("Alloc/random-2threads:") + impl).c_str(), Random<Heap>)
         ->Threads(2)
         ->UseRealTime();

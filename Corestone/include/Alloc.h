@@ -3,6 +3,7 @@
 #pragma once
 
 #include "KivApi.h"
+#include "SyncObject.h"
 
 #include <cstdint>
 
@@ -59,10 +60,15 @@ class KIV_API PoolBlockAlloc
 public:
     struct Chunk;
 
-    // alignment must be a power of two; any other value becomes 8.
+    // alignment must be a power of two; any other value becomes 8. Elements are at least pointer
+    // aligned, since each carries a hidden pointer in front of it.
     PoolBlockAlloc(unsigned int size, unsigned int count, unsigned int alignment);
     ~PoolBlockAlloc();
+    // Two pools must never share chunks.
+    PoolBlockAlloc(const PoolBlockAlloc &) = delete;
+    PoolBlockAlloc & operator=(const PoolBlockAlloc &) = delete;
 
+    // Null when a chunk of this pool cannot be obtained.
     void * Alloc();
     void Free(void * p);
     // Returns every chunk to Kiv::Alloc, live elements included.
@@ -73,6 +79,10 @@ protected:
     void Unlock();
 
 private:
+    void * ReuseElement();
+    void * CarveElement();
+    bool StartChunk();
+
     Chunk * usedChunks;
     Chunk * freeChunks;
     uint32_t alignment;
@@ -82,5 +92,6 @@ private:
     int32_t freeElementCount;
     Chunk * currentChunk;
     int32_t uncarved;
+    CriticalSection lock;
 };
 } // namespace Kiv
