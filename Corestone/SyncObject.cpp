@@ -1,6 +1,6 @@
 // The synchronisation objects above the platform seam: everything here is the same on every target.
 #include "SyncObject.h"
-#include "AlignedAlloc.h"
+#include "AllocObject.h"
 #include "PlatformLock.h"
 #include "SyncPlatform.h"
 
@@ -209,7 +209,7 @@ MultiLock::MultiLock(SyncObject ** objects, unsigned long count, bool lockNow)
     {
         return;
     }
-    handles = static_cast<void **>(NewAligned(count * sizeof(void *), alignof(void *)));
+    handles = static_cast<void **>(Alloc::New(static_cast<unsigned int>(count * sizeof(void *))));
     locked = static_cast<unsigned char *>(Alloc::New(static_cast<unsigned int>(count)));
     if (handles == nullptr || locked == nullptr)
     {
@@ -232,7 +232,10 @@ MultiLock::~MultiLock()
     {
         Unlock();
     }
-    DeleteAligned(handles);
+    if (handles != nullptr)
+    {
+        Alloc::Delete(handles);
+    }
     if (locked != nullptr)
     {
         Alloc::Delete(locked);

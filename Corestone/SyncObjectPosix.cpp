@@ -6,7 +6,7 @@
 // changes an object's state then hands the object to queued waiters directly, oldest first, and
 // wakes them. Handing over under the gate is what makes wait-all atomic and lets a pulse release
 // exactly the threads that are waiting at that moment.
-#include "AlignedAlloc.h"
+#include "AllocObject.h"
 #include "SyncObject.h"
 #include "SyncPlatform.h"
 
