@@ -15,77 +15,53 @@ Kiv::SWMRGuard kivGuard;
 std::shared_mutex stdShared;
 long sharedCounter = 0;
 
-void CriticalSectionKiv(benchmark::State & state)
+// One pass through the guarded region per iteration; the counter stands for the shared data.
+template <typename Enter, typename Leave>
+void Guarded(benchmark::State & state, Enter enter, Leave leave)
 {
     for (auto _ : state)
     {
-        kivSection.Lock();
+        enter();
         benchmark::DoNotOptimize(++sharedCounter);
-        kivSection.Unlock();
+        leave();
     }
 }
 
-void CriticalSectionStd(benchmark::State & state)
+// Registers one lock's enter and leave, alone or on two threads at once.
+template <typename Enter, typename Leave>
+void Register(const char * name, Enter enter, Leave leave, int threads = 1)
 {
-    for (auto _ : state)
+    auto * benchmark =
+        benchmark::RegisterBenchmark(name, [=](benchmark::State & state) { Guarded(state, enter, leave); });
+    if (threads > 1)
     {
-        stdMutex.lock();
-        benchmark::DoNotOptimize(++sharedCounter);
-        stdMutex.unlock();
+        benchmark->Threads(threads)->UseRealTime();
     }
 }
 
-void ReadKiv(benchmark::State & state)
-{
-    for (auto _ : state)
-    {
-        kivGuard.WaitToRead();
-        benchmark::DoNotOptimize(sharedCounter);
-        kivGuard.DoneReading();
-    }
-}
+const auto csKivEnter = [] { kivSection.Lock(); };
+const auto csKivLeave = [] { kivSection.Unlock(); };
+const auto csStdEnter = [] { stdMutex.lock(); };
+const auto csStdLeave = [] { stdMutex.unlock(); };
+const auto readKivEnter = [] { kivGuard.WaitToRead(); };
+const auto readKivLeave = [] { kivGuard.DoneReading(); };
+const auto readStdEnter = [] { stdShared.lock_shared(); };
+const auto readStdLeave = [] { stdShared.unlock_shared(); };
 
-void ReadStd(benchmark::State & state)
+const bool registered = []
 {
-    for (auto _ : state)
-    {
-        stdShared.lock_shared();
-        benchmark::DoNotOptimize(sharedCounter);
-        stdShared.unlock_shared();
-    }
-}
-
-void WriteKiv(benchmark::State & state)
-{
-    for (auto _ : state)
-    {
-        kivGuard.WaitToWrite();
-        benchmark::DoNotOptimize(++sharedCounter);
-        kivGuard.DoneWriting();
-    }
-}
-
-void WriteStd(benchmark::State & state)
-{
-    for (auto _ : state)
-    {
-        stdShared.lock();
-        benchmark::DoNotOptimize(++sharedCounter);
-        stdShared.unlock();
-    }
-}
+    Register("Lock/critical-section-uncontended:Kiv", csKivEnter, csKivLeave);
+    Register("Lock/critical-section-uncontended:std::mutex", csStdEnter, csStdLeave);
+    Register("Lock/critical-section-two-threads:Kiv", csKivEnter, csKivLeave, 2);
+    Register("Lock/critical-section-two-threads:std::mutex", csStdEnter, csStdLeave, 2);
+    Register("SWMR/read-uncontended:Kiv", readKivEnter, readKivLeave);
+    Register("SWMR/read-uncontended:std::shared_mutex", readStdEnter, readStdLeave);
+    Register("SWMR/read-two-threads:Kiv", readKivEnter, readKivLeave, 2);
+    Register("SWMR/read-two-threads:std::shared_mutex", readStdEnter, readStdLeave, 2);
+    Register(
+        "SWMR/write-uncontended:Kiv", [] { kivGuard.WaitToWrite(); }, [] { kivGuard.DoneWriting(); });
+    Register(
+        "SWMR/write-uncontended:std::shared_mutex", [] { stdShared.lock(); }, [] { stdShared.unlock(); });
+    return true;
+}();
 } // namespace
-
-BENCHMARK(CriticalSectionKiv)->Name("Lock/critical-section-uncontended:Kiv");
-BENCHMARK(CriticalSectionStd)->Name("Lock/critical-section-uncontended:std::mutex");
-BENCHMARK(CriticalSectionKiv)->Name("Lock/critical-section-two-threads:Kiv")->Threads(2)->UseRealTime();
-BENCHMARK(CriticalSectionStd)
-    ->Name("Lock/critical-section-two-threads:std::mutex")
-    ->Threads(2)
-    ->UseRealTime();
-BENCHMARK(ReadKiv)->Name("SWMR/read-uncontended:Kiv");
-BENCHMARK(ReadStd)->Name("SWMR/read-uncontended:std::shared_mutex");
-BENCHMARK(WriteKiv)->Name("SWMR/write-uncontended:Kiv");
-BENCHMARK(WriteStd)->Name("SWMR/write-uncontended:std::shared_mutex");
-BENCHMARK(ReadKiv)->Name("SWMR/read-two-threads:Kiv")->Threads(2)->UseRealTime();
-BENCHMARK(ReadStd)->Name("SWMR/read-two-threads:std::shared_mutex")->Threads(2)->UseRealTime();
