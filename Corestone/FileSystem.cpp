@@ -76,8 +76,9 @@ bool FindIgnoringCase(const char * name, File::Path & found)
         component += length;
         File::Path candidate = walked;
         candidate.AddPath(wanted);
+        // A system that ignores case is still asked for the stored spelling.
         FilePlatform::Status status{};
-        if (!FilePlatform::GetStatus(candidate, status))
+        if (FilePlatform::IgnoresCase() || !FilePlatform::GetStatus(candidate, status))
         {
             FilePlatform::DirectoryWalk walk;
             FilePlatform::DirectoryItem item;
