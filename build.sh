@@ -12,8 +12,9 @@ preset() { # configure, build and (unless told otherwise) test one preset
   echo "=== $name"
   cmake --preset "$name" >/dev/null
   cmake --build --preset "$name" -j "$jobs"
-  [ "$run_tests" = yes ] && ctest --preset "$name" -j "$jobs"
-  return 0
+  [ "$run_tests" = yes ] || return 0
+  ctest --preset "$name" -j "$jobs" 2>&1 | tee build/ctest-$name.log
+  return "${PIPESTATUS[0]}"
 }
 
 check_format() {
@@ -35,10 +36,10 @@ check_tidy() {
 
 with_wine() { # one Wine server for the whole run: every start after the first is cheap
   export WINEDEBUG=-all
+  /usr/lib/wine/wineserver -p 120 || true # fails harmlessly when a server already runs
   /usr/lib/wine/wine64 wineboot -i >/dev/null 2>&1 || true
-  /usr/lib/wine/wineserver -p 120
   "$@"
-  /usr/lib/wine/wineserver -k || true
+  /usr/lib/wine/wineserver -k 2>/dev/null || true
 }
 
 case "${1:-}" in
@@ -50,6 +51,7 @@ case "${1:-}" in
     ;;
   test)
     cmake/deps.sh test
+    mkdir -p build && rm -f build/ctest-*.log
     check_format
     preset linux-x64
     check_tidy
@@ -58,6 +60,9 @@ case "${1:-}" in
     with_wine preset windows-x64
     preset windows-x86 no
     echo "windows-x86: built; its tests are not run, as no 32-bit Wine can be installed on this machine"
+    # One closing line over every target's run.
+    cat build/ctest-*.log | awk '/tests passed, [0-9]+ tests failed out of/ {
+        failed += $4; total += $NF } END { print "total: " total - failed " passed, " failed " failed" }'
     ;;
   bench)
     cmake/deps.sh bench

@@ -1,0 +1,557 @@
+// The synchronisation seam without Win32: mutexes, semaphores and events are records inside the
+// process, with the kernel's waiting rules.
+//
+// One process-wide gate guards every record and the queue of waiting threads. A thread that
+// cannot acquire what it waits for joins the queue with its own condition variable; whoever
+// changes an object's state then hands the object to queued waiters directly, oldest first, and
+// wakes them. Handing over under the gate is what makes wait-all atomic and lets a pulse release
+// exactly the threads that are waiting at that moment.
+#include "Alloc.h"
+#include "SyncObject.h"
+#include "SyncPlatform.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+namespace Kiv
+{
+namespace SyncPlatform
+{
+namespace
+{
+constexpr uint32_t liveMagic = 0x4B4F424A; // "KOBJ": tells a live record from a stale handle
+
+struct ThreadState;
+
+struct KernelObject
+{
+    enum Kind
+    {
+        mutexKind,
+        semaphoreKind,
+        eventKind
+    };
+
+    uint32_t magic = liveMagic;
+    Kind kind;
+    uint32_t references = 1; // handles plus waits in progress
+    char * name = nullptr;
+    KernelObject * nextNamed = nullptr;
+
+    // Mutex: the owning thread, its recursion depth, and the owner list links.
+    ThreadState * owner = nullptr;
+    uint32_t recursion = 0;
+    bool abandoned = false;
+    KernelObject * nextOwned = nullptr;
+    KernelObject * previousOwned = nullptr;
+
+    // Semaphore.
+    int32_t count = 0;
+    int32_t maximum = 0;
+
+    // Event.
+    bool manualReset = false;
+    bool signalled = false;
+
+    explicit KernelObject(Kind kind) : kind(kind) {}
+};
+
+struct Waiter
+{
+    ThreadState * thread;
+    KernelObject * const * objects;
+    uint32_t count;
+    bool waitAll;
+    bool done = false;
+    uint32_t result = waitFailed;
+    std::condition_variable wake;
+    Waiter * next = nullptr;
+    Waiter * previous = nullptr;
+
+    Waiter(ThreadState * thread, KernelObject * const * objects, uint32_t count, bool waitAll)
+        : thread(thread), objects(objects), count(count), waitAll(waitAll)
+    {
+    }
+};
+
+std::mutex gate;
+Waiter * firstWaiter = nullptr;
+Waiter * lastWaiter = nullptr;
+KernelObject * firstNamed = nullptr;
+
+void Dispatch();
+void RemoveOwned(KernelObject * object);
+
+// The thread's identity as a mutex owner. Its destructor runs when the thread ends and abandons
+// every mutex the thread still holds.
+struct ThreadState
+{
+    KernelObject * owned = nullptr;
+
+    ~ThreadState()
+    {
+        std::lock_guard<std::mutex> hold(gate);
+        while (owned != nullptr)
+        {
+            owned->abandoned = true;
+            RemoveOwned(owned);
+        }
+        Dispatch();
+    }
+};
+
+thread_local ThreadState currentThread;
+
+// --- Ownership of mutexes ---
+
+void AddOwned(ThreadState * thread, KernelObject * object)
+{
+    object->owner = thread;
+    object->previousOwned = nullptr;
+    object->nextOwned = thread->owned;
+    if (thread->owned != nullptr)
+    {
+        thread->owned->previousOwned = object;
+    }
+    thread->owned = object;
+}
+
+void RemoveOwned(KernelObject * object)
+{
+    ThreadState * thread = object->owner;
+    (object->previousOwned != nullptr ? object->previousOwned->nextOwned : thread->owned) = object->nextOwned;
+    if (object->nextOwned != nullptr)
+    {
+        object->nextOwned->previousOwned = object->previousOwned;
+    }
+    object->owner = nullptr;
+    object->recursion = 0;
+    object->nextOwned = object->previousOwned = nullptr;
+}
+
+// --- Acquiring ---
+
+bool IsAvailable(const KernelObject * object, const ThreadState * thread)
+{
+    switch (object->kind)
+    {
+    case KernelObject::mutexKind:
+        return object->owner == nullptr || object->owner == thread;
+    case KernelObject::semaphoreKind:
+        return object->count > 0;
+    case KernelObject::eventKind:
+        return object->signalled;
+    }
+    return false;
+}
+
+// Takes an available object; true when it was a mutex left abandoned by its previous owner.
+bool Take(KernelObject * object, ThreadState * thread)
+{
+    switch (object->kind)
+    {
+    case KernelObject::mutexKind:
+        if (object->owner == nullptr)
+        {
+            AddOwned(thread, object);
+        }
+        ++object->recursion;
+        if (object->abandoned)
+        {
+            object->abandoned = false;
+            return true;
+        }
+        return false;
+    case KernelObject::semaphoreKind:
+        --object->count;
+        return false;
+    case KernelObject::eventKind:
+        object->signalled = object->manualReset;
+        return false;
+    }
+    return false;
+}
+
+// Acquires what the wait asks for if it can be had now; returns its result or waitTimeout.
+uint32_t TryAcquire(const Waiter & wait)
+{
+    if (!wait.waitAll)
+    {
+        for (uint32_t i = 0; i < wait.count; ++i)
+        {
+            if (IsAvailable(wait.objects[i], wait.thread))
+            {
+                return (Take(wait.objects[i], wait.thread) ? waitAbandoned0 : waitObject0) + i;
+            }
+        }
+        return waitTimeout;
+    }
+    for (uint32_t i = 0; i < wait.count; ++i)
+    {
+        if (!IsAvailable(wait.objects[i], wait.thread))
+        {
+            return waitTimeout;
+        }
+    }
+    uint32_t result = waitObject0;
+    for (uint32_t i = 0; i < wait.count; ++i)
+    {
+        if (Take(wait.objects[i], wait.thread) && result == waitObject0)
+        {
+            result = waitAbandoned0 + i;
+        }
+    }
+    return result;
+}
+
+// --- The queue of waiting threads ---
+
+void Enqueue(Waiter * wait)
+{
+    wait->previous = lastWaiter;
+    (lastWaiter != nullptr ? lastWaiter->next : firstWaiter) = wait;
+    lastWaiter = wait;
+}
+
+void Dequeue(Waiter * wait)
+{
+    (wait->previous != nullptr ? wait->previous->next : firstWaiter) = wait->next;
+    (wait->next != nullptr ? wait->next->previous : lastWaiter) = wait->previous;
+    wait->next = wait->previous = nullptr;
+}
+
+// Hands objects to queued waiters, oldest first; called under the gate after every change that
+// can make an object available. Taking never makes anything available, so one pass is enough.
+void Dispatch()
+{
+    for (Waiter * wait = firstWaiter; wait != nullptr;)
+    {
+        Waiter * next = wait->next;
+        const uint32_t result = TryAcquire(*wait);
+        if (result != waitTimeout)
+        {
+            wait->result = result;
+            wait->done = true;
+            Dequeue(wait);
+            wait->wake.notify_one();
+        }
+        wait = next;
+    }
+}
+
+// --- Records ---
+
+bool IsLive(void * handle)
+{
+    return handle != nullptr && static_cast<KernelObject *>(handle)->magic == liveMagic;
+}
+
+KernelObject * Record(void * handle, KernelObject::Kind kind)
+{
+    return IsLive(handle) && static_cast<KernelObject *>(handle)->kind == kind
+               ? static_cast<KernelObject *>(handle)
+               : nullptr;
+}
+
+void Release(KernelObject * object)
+{
+    if (--object->references != 0)
+    {
+        return;
+    }
+    if (object->owner != nullptr)
+    {
+        RemoveOwned(object);
+    }
+    for (KernelObject ** link = &firstNamed; *link != nullptr; link = &(*link)->nextNamed)
+    {
+        if (*link == object)
+        {
+            *link = object->nextNamed;
+            break;
+        }
+    }
+    if (object->name != nullptr)
+    {
+        Alloc::Delete(object->name);
+    }
+    object->magic = 0;
+    object->~KernelObject();
+    Alloc::Delete(object);
+}
+
+KernelObject * FindNamed(const char * name)
+{
+    for (KernelObject * object = firstNamed; object != nullptr; object = object->nextNamed)
+    {
+        if (std::strcmp(object->name, name) == 0)
+        {
+            return object;
+        }
+    }
+    return nullptr;
+}
+
+bool Register(KernelObject * object, const char * name)
+{
+    const size_t length = std::strlen(name) + 1;
+    object->name = static_cast<char *>(Alloc::New(static_cast<unsigned int>(length)));
+    if (object->name == nullptr)
+    {
+        return false;
+    }
+    std::memcpy(object->name, name, length);
+    object->nextNamed = firstNamed;
+    firstNamed = object;
+    return true;
+}
+
+// A new record, or the existing one of that name (then the creation arguments do not apply and
+// *existing is set). Null when the name belongs to another kind of object or memory is out.
+KernelObject * Create(KernelObject::Kind kind, const char * name, bool * existing)
+{
+    *existing = false;
+    if (name != nullptr)
+    {
+        KernelObject * named = FindNamed(name);
+        if (named != nullptr)
+        {
+            *existing = true;
+            named->references += named->kind == kind ? 1 : 0;
+            return named->kind == kind ? named : nullptr;
+        }
+    }
+    void * memory = Alloc::New(sizeof(KernelObject));
+    if (memory == nullptr)
+    {
+        return nullptr;
+    }
+    auto * object = new (memory) KernelObject(kind);
+    if (name != nullptr && !Register(object, name))
+    {
+        Release(object);
+        return nullptr;
+    }
+    return object;
+}
+
+// Checks the handles of a wait; wait-all may not name an object twice.
+bool ValidWait(uint32_t count, void * const * handles, bool waitAll)
+{
+    if (count == 0 || count > maximumWaitObjects || handles == nullptr)
+    {
+        return false;
+    }
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        if (!IsLive(handles[i]))
+        {
+            return false;
+        }
+        for (uint32_t j = 0; waitAll && j < i; ++j)
+        {
+            if (handles[j] == handles[i])
+            {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+uint32_t Block(std::unique_lock<std::mutex> & hold, Waiter & wait, uint32_t milliseconds)
+{
+    for (uint32_t i = 0; i < wait.count; ++i)
+    {
+        ++wait.objects[i]->references;
+    }
+    Enqueue(&wait);
+    if (milliseconds == infinite)
+    {
+        wait.wake.wait(hold, [&wait] { return wait.done; });
+    }
+    else
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+        if (!wait.wake.wait_until(hold, deadline, [&wait] { return wait.done; }))
+        {
+            Dequeue(&wait);
+            wait.result = waitTimeout;
+        }
+    }
+    for (uint32_t i = 0; i < wait.count; ++i)
+    {
+        Release(wait.objects[i]);
+    }
+    return wait.result;
+}
+
+// Applies a change to an event under the gate; false for anything that is not an event.
+template <typename Change>
+bool ChangeEvent(void * handle, Change change)
+{
+    std::lock_guard<std::mutex> hold(gate);
+    KernelObject * object = Record(handle, KernelObject::eventKind);
+    if (object == nullptr)
+    {
+        return false;
+    }
+    change(object);
+    return true;
+}
+
+// A new object set up by init, or the existing object of that name as it stands.
+template <typename Init>
+void * CreateOrOpen(KernelObject::Kind kind, const char * name, Init init)
+{
+    std::lock_guard<std::mutex> hold(gate);
+    bool existing = false;
+    KernelObject * object = Create(kind, name, &existing);
+    if (object != nullptr && !existing)
+    {
+        init(object);
+    }
+    return object;
+}
+} // namespace
+
+void * CreateMutexObject(bool initiallyOwned, const char * name)
+{
+    ThreadState * thread = &currentThread;
+    return CreateOrOpen(KernelObject::mutexKind, name,
+                        [=](KernelObject * mutex)
+                        {
+                            if (initiallyOwned)
+                            {
+                                Take(mutex, thread);
+                            }
+                        });
+}
+
+void * CreateSemaphoreObject(int32_t initialCount, int32_t maximumCount, const char * name)
+{
+    if (maximumCount <= 0 || initialCount < 0 || initialCount > maximumCount)
+    {
+        return nullptr;
+    }
+    return CreateOrOpen(KernelObject::semaphoreKind, name,
+                        [=](KernelObject * semaphore)
+                        {
+                            semaphore->count = initialCount;
+                            semaphore->maximum = maximumCount;
+                        });
+}
+
+void * CreateEventObject(bool manualReset, bool initiallySignalled, const char * name)
+{
+    return CreateOrOpen(KernelObject::eventKind, name,
+                        [=](KernelObject * event)
+                        {
+                            event->manualReset = manualReset;
+                            event->signalled = initiallySignalled;
+                        });
+}
+
+bool CloseObject(void * handle)
+{
+    std::lock_guard<std::mutex> hold(gate);
+    if (!IsLive(handle))
+    {
+        return false;
+    }
+    Release(static_cast<KernelObject *>(handle));
+    return true;
+}
+
+uint32_t WaitMultiple(uint32_t count, void * const * handles, bool waitAll, uint32_t milliseconds)
+{
+    ThreadState * thread = &currentThread;
+    std::unique_lock<std::mutex> hold(gate);
+    if (!ValidWait(count, handles, waitAll))
+    {
+        return waitFailed;
+    }
+    KernelObject * objects[maximumWaitObjects];
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        objects[i] = static_cast<KernelObject *>(handles[i]);
+    }
+    Waiter wait(thread, objects, count, waitAll);
+    const uint32_t result = TryAcquire(wait);
+    if (result != waitTimeout || milliseconds == 0)
+    {
+        return result;
+    }
+    return Block(hold, wait, milliseconds);
+}
+
+bool ReleaseMutexObject(void * handle)
+{
+    ThreadState * thread = &currentThread;
+    std::lock_guard<std::mutex> hold(gate);
+    KernelObject * object = Record(handle, KernelObject::mutexKind);
+    if (object == nullptr || object->owner != thread)
+    {
+        return false;
+    }
+    if (--object->recursion == 0)
+    {
+        RemoveOwned(object);
+        Dispatch();
+    }
+    return true;
+}
+
+bool ReleaseSemaphoreObject(void * handle, int32_t count)
+{
+    std::lock_guard<std::mutex> hold(gate);
+    KernelObject * object = Record(handle, KernelObject::semaphoreKind);
+    if (object == nullptr || count <= 0 || count > object->maximum - object->count)
+    {
+        return false;
+    }
+    object->count += count;
+    Dispatch();
+    return true;
+}
+
+bool SetEventObject(void * handle)
+{
+    return ChangeEvent(handle,
+                       [](KernelObject * event)
+                       {
+                           event->signalled = true;
+                           Dispatch();
+                       });
+}
+
+bool PulseEventObject(void * handle)
+{
+    return ChangeEvent(handle,
+                       [](KernelObject * event)
+                       {
+                           event->signalled = true;
+                           Dispatch();
+                           event->signalled = false;
+                       });
+}
+
+bool ResetEventObject(void * handle)
+{
+    return ChangeEvent(handle, [](KernelObject * event) { event->signalled = false; });
+}
+} // namespace SyncPlatform
+
+int32_t ProtectedLong::Increment()
+{
+    return __atomic_add_fetch(&value, 1, __ATOMIC_SEQ_CST);
+}
+
+int32_t ProtectedLong::Decrement()
+{
+    return __atomic_sub_fetch(&value, 1, __ATOMIC_SEQ_CST);
+}
+} // namespace Kiv

@@ -1,0 +1,595 @@
+#include "UnicodeString.h"
+
+#include "Alloc.h"
+#include "CRuntime.h"
+#include "PString.h"
+#include "String.h"
+#include "StringSerial.h"
+#include "TextOps.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <utility>
+
+namespace Kiv
+{
+namespace
+{
+unsigned int WideBytes(unsigned int count)
+{
+    return (count * static_cast<unsigned int>(sizeof(wchar_t)) + static_cast<unsigned int>(sizeof(wchar_t)) +
+            16) &
+           ~15u;
+}
+
+// The null cases shared with AnsiString::Compare: 1 for two nulls, 0 when only this is null.
+int NullCompare(bool thisNull, bool otherNull)
+{
+    return thisNull ? (otherNull ? 1 : 0) : 2;
+}
+
+int Sign(int order)
+{
+    return order < 0 ? -1 : order > 0 ? 1 : 0;
+}
+} // namespace
+
+UnicodeString::UnicodeString(const wchar_t * text)
+{
+    Set(text);
+}
+
+UnicodeString::UnicodeString(const wchar_t * text, unsigned int count)
+{
+    Set(text, static_cast<int>(count));
+}
+
+UnicodeString::UnicodeString(unsigned int character, unsigned int count)
+{
+    Ins(character, 0, count);
+}
+
+UnicodeString::UnicodeString(const char * text)
+{
+    SetANSI(text);
+}
+
+UnicodeString::UnicodeString(const char * text, unsigned int count)
+{
+    SetANSI(text, static_cast<int>(count));
+}
+
+UnicodeString::UnicodeString(const AnsiString & text)
+{
+    SetANSI(text, static_cast<int>(CRuntime::Mbslen(reinterpret_cast<const unsigned char *>(
+                      text.IsBufferNULL() ? "" : static_cast<const char *>(text)))));
+}
+
+UnicodeString::UnicodeString(const PString & text) : UnicodeString(AnsiString(text)) {}
+
+UnicodeString::UnicodeString(const UnicodeString & other)
+{
+    Set(other.buffer, static_cast<int>(other.length));
+}
+
+UnicodeString::UnicodeString(UnicodeString && other) noexcept
+    : buffer(other.buffer), capacity(other.capacity), length(other.length)
+{
+    other.buffer = nullptr;
+    other.capacity = other.length = 0;
+}
+
+UnicodeString::~UnicodeString()
+{
+    Free();
+}
+
+void UnicodeString::Free()
+{
+    if (buffer != nullptr)
+        Alloc::Delete(buffer);
+    buffer = nullptr;
+    capacity = length = 0;
+}
+
+UnicodeString & UnicodeString::operator=(const UnicodeString & other)
+{
+    if (this != &other)
+        Set(other.buffer, static_cast<int>(other.length));
+    return *this;
+}
+
+UnicodeString & UnicodeString::operator=(UnicodeString && other) noexcept
+{
+    if (this != &other)
+    {
+        Free();
+        buffer = other.buffer;
+        capacity = other.capacity;
+        length = other.length;
+        other.buffer = nullptr;
+        other.capacity = other.length = 0;
+    }
+    return *this;
+}
+
+UnicodeString & UnicodeString::operator=(const wchar_t * text)
+{
+    Set(text);
+    return *this;
+}
+
+UnicodeString UnicodeString::FromUtf16(const unsigned char * units, unsigned int count)
+{
+    UnicodeString text;
+    text.Reserve(count, false);
+    text.length = static_cast<unsigned int>(CRuntime::DecodeUtf16(units, count, text.buffer));
+    text.buffer[text.length] = 0;
+    return text;
+}
+
+void UnicodeString::Reserve(unsigned int count, bool keep)
+{
+    unsigned int needed = WideBytes(count);
+    if (buffer != nullptr && needed <= capacity)
+        return;
+    if (keep && buffer != nullptr)
+        needed = std::max(needed, 2 * capacity);
+    auto * fresh = static_cast<wchar_t *>(Alloc::New(needed));
+    fresh[0] = 0;
+    if (keep && buffer != nullptr)
+        std::memcpy(fresh, buffer, (length + 1) * sizeof(wchar_t));
+    unsigned int kept = keep ? length : 0;
+    Free();
+    buffer = fresh;
+    capacity = needed;
+    length = kept;
+}
+
+void UnicodeString::Replace(const wchar_t * text, unsigned int count)
+{
+    if (buffer != nullptr && text >= buffer && text < buffer + capacity / sizeof(wchar_t))
+    {
+        UnicodeString copy(text, count);
+        *this = std::move(copy);
+        return;
+    }
+    Reserve(count, false);
+    std::memcpy(buffer, text, count * sizeof(wchar_t));
+    length = count;
+    buffer[count] = 0;
+}
+
+void UnicodeString::Set(const wchar_t * text, int n, int m)
+{
+    if (text == nullptr)
+    {
+        Free();
+        return;
+    }
+    int count = n >= 0 ? n : m;
+    Replace(text, count >= 0 ? static_cast<unsigned int>(count) : TextOps::Span(text));
+}
+
+void UnicodeString::Setn(const wchar_t * text, unsigned int count)
+{
+    unsigned int span = 0;
+    while (text != nullptr && span < count && text[span] != 0)
+        ++span;
+    Set(text, static_cast<int>(span));
+}
+
+void UnicodeString::Set(int value, unsigned int radix)
+{
+    wchar_t digits[40];
+    Set(CRuntime::Witoa(value, digits, static_cast<int>(radix)));
+}
+
+bool UnicodeString::ConvertANSI(const char * text, int n)
+{
+    if (text == nullptr)
+        return false;
+    size_t limit =
+        n < 0 ? CRuntime::Mbslen(reinterpret_cast<const unsigned char *>(text)) : static_cast<size_t>(n);
+    long count = CRuntime::MultiByteToWide(text, limit, nullptr);
+    if (count < 0)
+        return false;
+    Reserve(static_cast<unsigned int>(count), false);
+    CRuntime::MultiByteToWide(text, limit, buffer);
+    length = static_cast<unsigned int>(count);
+    buffer[length] = 0;
+    return true;
+}
+
+bool UnicodeString::SetANSI(const char * text, int n)
+{
+    ConvertANSI(text, n);
+    return true;
+}
+
+int UnicodeString::GetANSI(char * out, unsigned int size) const
+{
+    if (size == 0)
+        return -1;
+    TextOps::Scratch<char, 1024> scratch;
+    char * bytes = scratch.Reserve(static_cast<size_t>(length) * MB_CUR_MAX + 1);
+    long count = bytes != nullptr && buffer != nullptr ? CRuntime::WideToMultiByte(buffer, length, bytes) : 0;
+    if (count < 0)
+    {
+        out[0] = 0;
+        return -1;
+    }
+    return TextOps::CopyOut(bytes, static_cast<unsigned int>(count), out, size);
+}
+
+bool UnicodeString::SetUnicode(const wchar_t * text, int n)
+{
+    Set(text, n);
+    return text != nullptr;
+}
+
+int UnicodeString::GetUnicode(wchar_t * out, unsigned int count) const
+{
+    return TextOps::CopyOut(buffer != nullptr ? buffer : L"", length, out, count);
+}
+
+int UnicodeString::GetInt(int base) const
+{
+    return static_cast<int>(std::wcstol(buffer != nullptr ? buffer : L"", nullptr, base));
+}
+
+unsigned int UnicodeString::GetUInt(int base) const
+{
+    return static_cast<unsigned int>(std::wcstoul(buffer != nullptr ? buffer : L"", nullptr, base));
+}
+
+float UnicodeString::GetFloat() const
+{
+    return static_cast<float>(GetDouble());
+}
+
+double UnicodeString::GetDouble() const
+{
+    return std::wcstod(buffer != nullptr ? buffer : L"", nullptr);
+}
+
+void UnicodeString::Set(const wchar_t * format, va_list args)
+{
+    TextOps::FormattedText<wchar_t> formatted(format, args);
+    Replace(formatted.Text(), formatted.Length());
+}
+
+void UnicodeString::Setf(const wchar_t * format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    Set(format, args);
+    va_end(args);
+}
+
+int UnicodeString::Add(const wchar_t * format, va_list args)
+{
+    TextOps::FormattedText<wchar_t> formatted(format, args);
+    Insert(formatted.Text(), formatted.Length(), length);
+    return static_cast<int>(formatted.Length());
+}
+
+int UnicodeString::Addf(const wchar_t * format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    int count = Add(format, args);
+    va_end(args);
+    return count;
+}
+
+void UnicodeString::Insert(const wchar_t * text, unsigned int count, unsigned int pos)
+{
+    if (count == 0 || pos > length)
+        return;
+    if (buffer != nullptr && text >= buffer && text < buffer + capacity / sizeof(wchar_t))
+    {
+        UnicodeString piece(text, count);
+        Insert(piece.buffer, count, pos);
+        return;
+    }
+    Reserve(length + count, true);
+    TextOps::OpenGap(buffer, length, pos, count);
+    std::memcpy(buffer + pos, text, count * sizeof(wchar_t));
+}
+
+void UnicodeString::Ins(const wchar_t * text, unsigned int pos)
+{
+    if (text != nullptr)
+        Insert(text, TextOps::Span(text), pos);
+}
+
+void UnicodeString::Ins(unsigned int character, unsigned int pos, unsigned int count)
+{
+    if (count == 0 || pos > length)
+        return;
+    Reserve(length + count, true);
+    TextOps::OpenGap(buffer, length, pos, count);
+    for (unsigned int i = 0; i < count; ++i)
+        buffer[pos + i] = static_cast<wchar_t>(character);
+}
+
+UnicodeString & UnicodeString::operator+=(const wchar_t * text)
+{
+    Ins(text, length);
+    return *this;
+}
+
+UnicodeString & UnicodeString::operator+=(const UnicodeString & text)
+{
+    Insert(text.buffer, text.length, length);
+    return *this;
+}
+
+void UnicodeString::Del(unsigned int pos, unsigned int count)
+{
+    if (buffer != nullptr)
+        TextOps::Delete(buffer, length, pos, count);
+}
+
+void UnicodeString::Left(unsigned int count)
+{
+    if (count < length)
+        Del(count, length - count);
+}
+
+void UnicodeString::Right(unsigned int count)
+{
+    if (count < length)
+        Del(0, length - count);
+}
+
+void UnicodeString::SetLength(unsigned int count)
+{
+    Reserve(count, true);
+    if (count < length)
+        length = count;
+    buffer[count] = 0;
+}
+
+void UnicodeString::Strip(const wchar_t * set)
+{
+    if (buffer != nullptr && set != nullptr)
+        TextOps::Strip(buffer, length, set);
+}
+
+UnicodeString UnicodeString::Token(const wchar_t * delimiters)
+{
+    unsigned int start = 0;
+    unsigned int count = buffer != nullptr ? TextOps::FindToken(buffer, length, delimiters, start) : 0;
+    if (count == 0)
+        return UnicodeString();
+    UnicodeString token(buffer + start, count);
+    Del(0, start + count);
+    return token;
+}
+
+void UnicodeString::ToLower()
+{
+    if (length != 0)
+        CRuntime::Wcslwr(buffer);
+}
+
+void UnicodeString::ToUpper()
+{
+    if (length != 0)
+        CRuntime::Wcsupr(buffer);
+}
+
+int UnicodeString::Find(unsigned int character, unsigned int start) const
+{
+    return buffer == nullptr ? -1 : TextOps::FindChar(buffer, length, character, start);
+}
+
+int UnicodeString::Find(const wchar_t * text, unsigned int start) const
+{
+    return buffer == nullptr ? -1 : TextOps::FindText(buffer, length, text, start);
+}
+
+int UnicodeString::FindIgnoreCase(unsigned int character, unsigned int start) const
+{
+    return buffer == nullptr ? -1 : TextOps::FindCharIgnoreCase(buffer, length, character, start);
+}
+
+int UnicodeString::FindIgnoreCase(const wchar_t * text, unsigned int start) const
+{
+    return buffer == nullptr ? -1 : TextOps::FindTextIgnoreCase(buffer, length, text, start);
+}
+
+int UnicodeString::FindIgnoreCase(const wchar_t * text, unsigned int character, unsigned int start)
+{
+    return text == nullptr ? -1 : TextOps::FindCharIgnoreCase(text, TextOps::Span(text), character, start);
+}
+
+int UnicodeString::FindIgnoreCase(const wchar_t * text, unsigned int textLength, const wchar_t * needle,
+                                  unsigned int start)
+{
+    return text == nullptr ? -1 : TextOps::FindTextIgnoreCase(text, textLength, needle, start);
+}
+
+int UnicodeString::Order(const wchar_t * other) const
+{
+    if (buffer == nullptr || other == nullptr)
+        return (buffer == nullptr ? 0 : 1) - (other == nullptr ? 0 : 1);
+    return TextOps::CompareUnits(buffer, other);
+}
+
+int UnicodeString::Compare(const wchar_t * other) const
+{
+    if (buffer == nullptr || other == nullptr)
+        return NullCompare(buffer == nullptr, other == nullptr);
+    return Sign(TextOps::CompareUnits(buffer, other));
+}
+
+int UnicodeString::CompareIgnoreCase(const wchar_t * other) const
+{
+    if (buffer == nullptr || other == nullptr)
+        return NullCompare(buffer == nullptr, other == nullptr);
+    return CRuntime::Wcsicmp(buffer, other);
+}
+
+bool UnicodeString::EqualsIgnoreCase(const wchar_t * other) const
+{
+    if (buffer == nullptr || other == nullptr)
+        return buffer == other;
+    return CRuntime::Wcsicmp(buffer, other) == 0;
+}
+
+bool UnicodeString::Write(BinWriter & writer) const
+{
+    return StringSerial::WriteWide(writer, buffer != nullptr ? buffer : L"", length);
+}
+
+bool UnicodeString::Read(BinReader & reader)
+{
+    uint32_t word = 0;
+    StringSerial::ByteScratch bytes;
+    bool ok = StringSerial::ReadWord(reader, word) &&
+              StringSerial::ReadBytes(reader, word & ~StringSerial::WideFlag, bytes);
+    if (ok && (word & StringSerial::WideFlag) != 0)
+        *this = FromUtf16(bytes.Data(), (word & ~StringSerial::WideFlag) / 2);
+    else if (ok)
+        ok = ConvertANSI(reinterpret_cast<const char *>(bytes.Data()), -1);
+    if (!ok)
+        Free();
+    return ok;
+}
+
+// The multibyte string.
+
+MultiByteString::MultiByteString(const char * text)
+{
+    Set(reinterpret_cast<const unsigned char *>(text));
+}
+
+MultiByteString::MultiByteString(const char * text, unsigned int size)
+{
+    Set(reinterpret_cast<const unsigned char *>(text), static_cast<int>(size));
+}
+
+MultiByteString::MultiByteString(const wchar_t * text)
+{
+    SetUnicode(text);
+}
+
+MultiByteString::MultiByteString(const MultiByteString & other)
+{
+    Set(reinterpret_cast<const unsigned char *>(other.buffer), static_cast<int>(other.size));
+}
+
+MultiByteString::~MultiByteString()
+{
+    Free();
+}
+
+MultiByteString & MultiByteString::operator=(const MultiByteString & other)
+{
+    if (this != &other)
+        *this = MultiByteString(other);
+    return *this;
+}
+
+MultiByteString & MultiByteString::operator=(const char * text)
+{
+    Set(reinterpret_cast<const unsigned char *>(text));
+    return *this;
+}
+
+void MultiByteString::Free()
+{
+    if (buffer != nullptr)
+        Alloc::Delete(buffer);
+    buffer = nullptr;
+    capacity = size = length = 0;
+}
+
+unsigned int MultiByteString::GetLengthAndSize(const unsigned char * text, unsigned int & bytes)
+{
+    bytes = static_cast<unsigned int>(std::strlen(reinterpret_cast<const char *>(text)));
+    return static_cast<unsigned int>(CRuntime::Mbslen(text));
+}
+
+void MultiByteString::Set(const unsigned char * text, int bytes, int)
+{
+    if (text == nullptr)
+    {
+        Free();
+        return;
+    }
+    unsigned int count = bytes >= 0 ? static_cast<unsigned int>(bytes) : TextOps::Span(text);
+    // Counting characters needs a terminated copy: the text may go on past the bytes taken.
+    unsigned int needed = TextOps::NewSize(count);
+    char * fresh = needed > capacity ? static_cast<char *>(Alloc::New(needed)) : buffer;
+    std::memmove(fresh, text, count);
+    fresh[count] = 0;
+    if (fresh != buffer)
+    {
+        Free();
+        buffer = fresh;
+        capacity = needed;
+    }
+    size = count;
+    length = static_cast<unsigned int>(CRuntime::Mbslen(reinterpret_cast<unsigned char *>(buffer)));
+}
+
+bool MultiByteString::SetUnicode(const wchar_t * text, int n)
+{
+    if (text == nullptr)
+    {
+        Free();
+        return false;
+    }
+    size_t count = n < 0 ? std::wcslen(text) : static_cast<size_t>(n);
+    TextOps::Scratch<char, 4094> scratch;
+    char * bytes = scratch.Reserve(count * MB_CUR_MAX + 1);
+    long converted = bytes != nullptr ? CRuntime::WideToMultiByte(text, count, bytes) : -1;
+    if (converted < 0)
+    {
+        Free();
+        return false;
+    }
+    Set(reinterpret_cast<unsigned char *>(bytes), static_cast<int>(converted));
+    return true;
+}
+
+int MultiByteString::GetUnicode(wchar_t * out, unsigned int count) const
+{
+    if (count == 0)
+        return -1;
+    unsigned int limit = count - 1 < length ? count - 1 : length;
+    long converted = CRuntime::MultiByteToWide(buffer != nullptr ? buffer : "", limit, out);
+    out[converted < 0 ? 0 : converted] = 0;
+    return static_cast<int>(converted);
+}
+
+bool MultiByteString::operator==(const char * other) const
+{
+    if (buffer == nullptr || other == nullptr)
+        return buffer == other;
+    return std::strcmp(buffer, other) == 0;
+}
+
+bool MultiByteString::Write(BinWriter & writer) const
+{
+    return StringSerial::WriteCounted(writer, size & ~StringSerial::WideFlag, buffer, size);
+}
+
+bool MultiByteString::Read(BinReader & reader)
+{
+    AnsiString text;
+    bool ok = text.Read(reader);
+    if (ok)
+        Set(reinterpret_cast<const unsigned char *>(static_cast<const char *>(text)),
+            static_cast<int>(text.Length()));
+    else
+        Free();
+    return ok;
+}
+} // namespace Kiv

@@ -1,0 +1,91 @@
+// A character-grid text console for on-screen statistics. Its lines form a ring: printing past the
+// last line scrolls by moving the top line. Printed text may carry colour tags,
+// "<color:RRGGBB>text</color>", which become colour spans over the grid; the grid can be copied
+// into a monochrome text-mode screen buffer.
+#pragma once
+
+#include "KivApi.h"
+#include "Rect.h"
+
+#include <cstdint>
+
+namespace Kiv
+{
+class KIV_API Console
+{
+public:
+    // A run of grid cells, counted from the start of the buffer, drawn in one colour (0xBBGGRR).
+    struct ColorSpan
+    {
+        std::int32_t position;
+        std::int32_t length;
+        std::uint32_t color;
+    };
+
+    static constexpr int maxColorSpans = 256;
+    // The text-mode screen: 80 cells of two bytes (character, attribute) per line, 25 lines.
+    static constexpr int monoColumns = 80;
+    static constexpr int monoRows = 25;
+    static constexpr int monoLineBytes = monoColumns * 2;
+    // Grids beyond this many cells are refused rather than allocated.
+    static constexpr std::int32_t maxCells = 1 << 20;
+
+    Console() = default;
+    Console(const Console & other);
+    Console & operator=(const Console & other);
+    ~Console();
+
+    // Allocates a blank grid; false (and no grid) for an empty or absurd size.
+    bool Init(const Size & size);
+    void Done();
+
+    void Clear();
+    // Moves the cursor to a cell counted from the top line shown; positions are clamped to the grid.
+    void Goto(int x, int y);
+    void NewLine();
+    void Print(char c, int count = 1);
+    // The number, right-aligned in a field of the given width.
+    void Print(int value, int fieldWidth);
+    void Print(const char * text);
+    void Printf(const char * format, ...);
+    // A bar of the given length drawn with the glyph (a character code of the console's font).
+    void Bar(int length, int glyph);
+
+    // Hexadecimal digits of either case up to a non-digit or the limit; a leading minus negates.
+    static std::int32_t StringToHex(const char * text, int maxDigits);
+
+    // Copies the grid, top line first, into an 80 x 25 text-mode buffer (4,000 bytes): characters
+    // in the even bytes, attributes left as they are. Lines and columns beyond it are cut off.
+    void BlitToMono(unsigned char * screen) const;
+    void BlitToMono44(int x, int y, unsigned char * screen) const;
+
+    int GetWidth() const { return width; }
+    int GetHeight() const { return height; }
+    // The characters of a line counted from the top line shown (width of them, no terminator).
+    const char * GetLine(int row) const;
+    Point GetCursor() const;
+    int GetColorSpanCount() const { return spanCount; }
+    const ColorSpan & GetColorSpan(int i) const { return spans[i]; }
+
+private:
+    void Put(char c);
+    void PrintChar(char c);
+    void BlankLine(int line);
+    // Handles the tag starting at text; returns the characters it used, 0 when it is no tag.
+    int Tag(const char * text);
+    void OpenSpan(std::uint32_t color);
+    void CloseSpan();
+    void CopyFrom(const Console & other);
+
+    char * cells = nullptr;
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+    // The ring line shown at the top, and the cursor's line (in the ring) and column.
+    std::int32_t top = 0;
+    std::int32_t line = 0;
+    std::int32_t column = 0;
+    ColorSpan spans[maxColorSpans] = {};
+    std::int32_t spanCount = 0;
+    bool spanOpen = false;
+};
+} // namespace Kiv

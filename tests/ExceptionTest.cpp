@@ -1,0 +1,208 @@
+#include "Exception.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <csetjmp>
+#include <csignal>
+#endif
+
+namespace
+{
+// A class reporting results through the result-class mechanism, with a table of its own.
+struct Parser
+{
+    enum Results
+    {
+        RES_OK,
+        RES_UNKNOWN,
+        RES_FILE_OPEN_ERROR,
+        RES_PAST_THE_TABLE
+    };
+    static const Kiv::ResultTable results[];
+};
+const Kiv::ResultTable Parser::results[] = {
+    {"RES_UNKNOWN", "Unknown error"},
+    {"RES_FILE_OPEN_ERROR", "Unable to open file"},
+    {nullptr, nullptr},
+};
+
+#if defined(_WIN32)
+// The exception from a record carrying only a code, as the structured-exception filter would see it.
+Kiv::HardwareException FromCode(uint32_t code)
+{
+    EXCEPTION_RECORD record{};
+    record.ExceptionCode = code;
+    CONTEXT context{};
+    EXCEPTION_POINTERS pointers{&record, &context};
+    return Kiv::HardwareException(&pointers);
+}
+#else
+Kiv::HardwareException FromCode(uint32_t code)
+{
+    Kiv::HardwareException::SignalRecord record{code, nullptr, nullptr};
+    return Kiv::HardwareException(&record);
+}
+#endif
+} // namespace
+
+TEST(Exception, SourcePositionAndReason)
+{
+    Kiv::Exception plain;
+    EXPECT_STREQ(plain.Description(), "");
+    EXPECT_STREQ(plain.Reason(), "");
+    EXPECT_EQ(plain.File(), nullptr);
+    EXPECT_EQ(plain.Line(), 0);
+
+    Kiv::Exception thrown("Corestone/File", 42, "Bad");
+    EXPECT_STREQ(thrown.Class(), "Unknown");
+    EXPECT_STREQ(thrown.Description(), "No call stack available\r\n");
+    EXPECT_STREQ(thrown.File(), "Corestone/File");
+    EXPECT_EQ(thrown.Line(), 42);
+    EXPECT_FALSE(thrown.IsHardwareException());
+
+    thrown.AddReasonf("%d", 5);
+    EXPECT_STREQ(thrown.Reason(), "Bad  -  5");
+    thrown.SetReasonf("%s #%u", "fault", 7u);
+    EXPECT_STREQ(thrown.Reason(), "fault #7");
+    thrown.SetHardwareException(true);
+    EXPECT_TRUE(thrown.HardwareException());
+
+    Kiv::Exception copy(thrown);
+    EXPECT_STREQ(copy.Reason(), "fault #7");
+    EXPECT_EQ(copy.Line(), 42);
+    EXPECT_TRUE(copy.IsHardwareException());
+    copy.InitMembers();
+    EXPECT_STREQ(copy.Reason(), "");
+    EXPECT_EQ(copy.File(), nullptr);
+    EXPECT_FALSE(copy.IsHardwareException());
+}
+
+TEST(Exception, FormattingStopsAtTheBufferEnd)
+{
+    std::string longText(10000, 'x');
+    Kiv::Exception e("Corestone/Test", 1, longText.c_str());
+    EXPECT_EQ(std::string(e.Reason()), longText.substr(0, 255));
+    e.AddReasonf("%s", "more");
+    EXPECT_EQ(std::string(e.Reason()).size(), 255u);
+
+    Kiv::Exception shortOne("Corestone/Test", 1, "Bad");
+    shortOne.AddReasonf("%s", longText.c_str());
+    EXPECT_EQ(std::string(shortOne.Reason()), "Bad  -  " + longText.substr(0, 247));
+
+    e.SetDescriptionf("%s%s", longText.c_str(), longText.c_str());
+    EXPECT_EQ(std::string(e.Description()).size(), 4095u);
+}
+
+TEST(HardwareException, CodesAreNamedFromTheTable)
+{
+    Kiv::HardwareException divide = FromCode(0xC0000094);
+    EXPECT_STREQ(divide.Reason(), "Integer Divide By Zero");
+    EXPECT_STREQ(divide.Class(), "Hardware");
+    EXPECT_NE(std::string(divide.Description()).find("Recoverable exception: Integer Divide By Zero\r\n"),
+              std::string::npos);
+    EXPECT_STREQ(FromCode(0x12345678).Reason(), "Unknown Exception - 12345678h");
+    EXPECT_STREQ(FromCode(0xE06D7363).Reason(), "C++ Exception");
+    EXPECT_STREQ(Kiv::HardwareException::TypeNameOf(0xC0000090), "Floating Point Invalid Operaton");
+    EXPECT_EQ(Kiv::HardwareException::TypeNameOf(0), nullptr);
+
+    Kiv::HardwareException copy(divide);
+    EXPECT_STREQ(copy.Reason(), "Integer Divide By Zero");
+    EXPECT_EQ(copy.ExceptionPointers(), divide.ExceptionPointers());
+    Kiv::Exception & base = copy;
+    EXPECT_STREQ(base.Class(), "Hardware");
+}
+
+#if defined(_WIN32)
+namespace
+{
+std::string caughtReason;
+std::string caughtDescription;
+
+LONG CALLBACK Catch(EXCEPTION_POINTERS * pointers)
+{
+    if (pointers->ExceptionRecord->ExceptionCode != 0xC0000095)
+        return EXCEPTION_CONTINUE_SEARCH;
+    Kiv::HardwareException e(pointers);
+    caughtReason = e.Reason();
+    caughtDescription = e.Description();
+    return EXCEPTION_CONTINUE_EXECUTION;
+}
+} // namespace
+
+TEST(HardwareException, BuiltFromARealFaultRecord)
+{
+    void * handler = AddVectoredExceptionHandler(1, Catch);
+    RaiseException(0xC0000095, 0, 0, nullptr);
+    RemoveVectoredExceptionHandler(handler);
+    EXPECT_EQ(caughtReason, "Integer Overflow");
+    EXPECT_NE(caughtDescription.find("Flags: "), std::string::npos) << caughtDescription;
+    EXPECT_NE(caughtDescription.find("Call Stack:\r\n"), std::string::npos);
+}
+#else
+namespace
+{
+sigjmp_buf recovery;
+char caughtReason[256];
+char caughtDescription[4096];
+
+void Catch(int signal, siginfo_t * info, void * context)
+{
+    auto record = Kiv::HardwareException::SignalRecord::FromSignal(signal, info, context);
+    Kiv::HardwareException e(&record);
+    snprintf(caughtReason, sizeof caughtReason, "%s", e.Reason());
+    snprintf(caughtDescription, sizeof caughtDescription, "%s", e.Description());
+    siglongjmp(recovery, 1);
+}
+} // namespace
+
+TEST(HardwareException, BuiltFromARealFaultRecord)
+{
+    struct sigaction action
+    {
+    }, previous{};
+    action.sa_sigaction = Catch;
+    action.sa_flags = SA_SIGINFO;
+    sigaction(SIGSEGV, &action, &previous);
+    if (sigsetjmp(recovery, 1) == 0)
+    {
+        volatile uintptr_t nowhere = 16;
+        *reinterpret_cast<volatile int *>(nowhere) = 1;
+    }
+    sigaction(SIGSEGV, &previous, nullptr);
+    EXPECT_STREQ(caughtReason, "Access Violation");
+    std::string description = caughtDescription;
+    EXPECT_EQ(description.rfind(" \r\nException @ ", 0), 0u) << description;
+    EXPECT_NE(description.find("Recoverable exception: Access Violation\r\n"), std::string::npos);
+    EXPECT_NE(description.find("Flags: "), std::string::npos);
+    EXPECT_NE(description.find("Call Stack:\r\n \r\nNo call stack available\r\n"), std::string::npos);
+
+    siginfo_t info{};
+    info.si_code = FPE_INTDIV;
+    EXPECT_EQ(Kiv::HardwareException::SignalRecord::FromSignal(SIGFPE, &info, nullptr).code, 0xC0000094u);
+    info.si_code = BUS_ADRALN;
+    EXPECT_EQ(Kiv::HardwareException::SignalRecord::FromSignal(SIGBUS, &info, nullptr).code, 0x80000002u);
+    EXPECT_EQ(Kiv::HardwareException::SignalRecord::FromSignal(SIGILL, nullptr, nullptr).code, 0xC000001Du);
+}
+#endif
+
+TEST(ResultClass, ValuesMapOntoTableRows)
+{
+    Kiv::ResultClass<Parser> ok;
+    EXPECT_TRUE(ok.Succeeded());
+    EXPECT_EQ(ok.Row(), nullptr);
+    EXPECT_EQ(ok.Message(), nullptr);
+
+    Kiv::ResultClass<Parser> failed = Parser::RES_FILE_OPEN_ERROR;
+    EXPECT_FALSE(failed.Succeeded());
+    EXPECT_TRUE(failed == Parser::RES_FILE_OPEN_ERROR);
+    EXPECT_STREQ(failed.Identifier(), "RES_FILE_OPEN_ERROR");
+    EXPECT_STREQ(failed.Message(), "Unable to open file");
+    EXPECT_STREQ(Kiv::ResultClass<Parser>(Parser::RES_UNKNOWN).Identifier(), "RES_UNKNOWN");
+    // A value the table does not describe has no row, rather than one read past the table's end.
+    EXPECT_EQ(Kiv::ResultClass<Parser>(Parser::RES_PAST_THE_TABLE).Row(), nullptr);
+}

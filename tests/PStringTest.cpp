@@ -1,0 +1,220 @@
+#include "PString.h"
+#include "String.h"
+#include "StringTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+using Kiv::PString;
+using Kiv::PStringCache;
+
+namespace
+{
+PStringCache & Pool()
+{
+    return *PString::cache;
+}
+
+unsigned int BucketOf(const char * text)
+{
+    return PStringCache::GetHash(reinterpret_cast<const unsigned char *>(text),
+                                 static_cast<unsigned int>(std::strlen(text))) %
+           Pool().GetBucketCount();
+}
+
+// Sweeps every bucket once, freeing whatever no handle refers to.
+void SweepAll()
+{
+    for (unsigned int i = 0; i < Pool().GetBucketCount(); ++i)
+        Pool().CollectGarbage();
+}
+} // namespace
+
+TEST(PString, TheProcessPoolExistsBeforeStatics)
+{
+    ASSERT_NE(PString::cache, nullptr);
+    EXPECT_FALSE(PString::isFinished);
+    EXPECT_EQ(Pool().GetBucketCount(), 997u);
+}
+
+TEST(PString, HashLooksAtTheLastSixteenBytes)
+{
+    const unsigned char abc[] = "abc";
+    EXPECT_EQ(PStringCache::GetHash(abc, 3), ((97u << 3 ^ 98u) << 3) ^ 99u);
+    EXPECT_EQ(PStringCache::GetHash(abc, 0), 0u);
+    const char * first = "first/0123456789abcdef";
+    const char * second = "second-path/0123456789abcdef";
+    EXPECT_EQ(BucketOf(first), BucketOf(second));
+    PString a(first);
+    PString b(second);
+    EXPECT_NE(a, b);
+    EXPECT_STREQ(a, first);
+    EXPECT_STREQ(b, second);
+    EXPECT_EQ(PString(first), a);
+    EXPECT_EQ(PString(second), b);
+}
+
+TEST(PString, EqualTextsShareOneCountedNode)
+{
+    unsigned int live = Pool().GetLiveStrings();
+    unsigned int references = Pool().GetReferences();
+    PString a("pooled-name-shared");
+    PString b("pooled-name-shared");
+    EXPECT_EQ(a.GetNode(), b.GetNode());
+    EXPECT_EQ(a.GetNode()->references, 2);
+    EXPECT_EQ(Pool().GetLiveStrings(), live + 1);
+    EXPECT_EQ(Pool().GetReferences(), references + 2);
+    {
+        PString c(a);
+        EXPECT_EQ(a.GetNode()->references, 3);
+    }
+    EXPECT_EQ(a.GetNode()->references, 2);
+    EXPECT_TRUE(PString().IsNull());
+    EXPECT_TRUE(PString(static_cast<const char *>(nullptr)).IsNull());
+    EXPECT_FALSE(PString("").IsNull());
+    EXPECT_EQ(PString(L"pooled-name-shared"), a);
+    EXPECT_EQ(PString(Kiv::AnsiString("pooled-name-shared")), a);
+}
+
+TEST(PString, ReleasedNodesWaitForTheSweep)
+{
+    unsigned int bucket = BucketOf("released-and-made-again");
+    PStringCache::Node * first = nullptr;
+    {
+        PString name("released-and-made-again");
+        first = name.GetNode();
+    }
+    unsigned int made = Pool().GetNodesMade();
+    unsigned int hits = Pool().GetHits();
+    unsigned int live = Pool().GetLiveStrings();
+    {
+        PString again("released-and-made-again");
+        EXPECT_EQ(again.GetNode(), first);
+        EXPECT_EQ(Pool().GetHits(), hits + 1);
+        EXPECT_EQ(Pool().GetNodesMade(), made);
+        EXPECT_EQ(Pool().GetLiveStrings(), live + 1);
+    }
+    unsigned int nodes = Pool().GetBucketNodes(bucket);
+    SweepAll();
+    EXPECT_EQ(Pool().GetBucketNodes(bucket), nodes - 1);
+    PString fresh("released-and-made-again");
+    EXPECT_EQ(Pool().GetNodesMade(), made + 1);
+}
+
+TEST(PString, EditsCopyOnWriteAndReintern)
+{
+    PString a("Edit-Me");
+    PString b(a);
+    b.ToLower();
+    EXPECT_STREQ(a, "Edit-Me");
+    EXPECT_STREQ(b, "edit-me");
+    EXPECT_EQ(b, PString("edit-me"));
+    b.Strip("-");
+    EXPECT_STREQ(b, "editme");
+    b.Ins("X", 6);
+    b.Ins("Y", 100);
+    EXPECT_STREQ(b, "editmeX");
+    b.Del(0, 4);
+    EXPECT_STREQ(b, "meX");
+    b.ToUpper();
+    // An edit that ends on a text already pooled joins its node.
+    PString existing("MEX");
+    EXPECT_EQ(b, existing);
+    EXPECT_EQ(existing.GetNode()->references, 2);
+    b.Setf("%s-%d", "n", 5);
+    EXPECT_STREQ(b, "n-5");
+    EXPECT_EQ(b.Addf("+%d", 6), 2);
+    EXPECT_STREQ(b, "n-5+6");
+    b.Setf("%s", "");
+    EXPECT_TRUE(b.IsNull());
+    PString grown;
+    grown.Ins("from-null", 0);
+    EXPECT_STREQ(grown, "from-null");
+    EXPECT_EQ(PStringCache::Find(grown.GetNode(), '-', 0), 4);
+    EXPECT_EQ(PStringCache::Find(grown.GetNode(), '-', 99), -1);
+    EXPECT_EQ(PStringCache::Find(nullptr, '-', 0), -1);
+    char buffer[5];
+    EXPECT_EQ(PStringCache::GetANSI(grown.GetNode(), buffer, sizeof(buffer)), 4);
+    EXPECT_STREQ(buffer, "from");
+}
+
+TEST(PString, ComparisonRules)
+{
+    PString null;
+    PString empty("");
+    PString abc("abc");
+    EXPECT_EQ(null.Compare(static_cast<const char *>(nullptr)), 0);
+    EXPECT_EQ(null.Compare(""), 0);
+    EXPECT_EQ(null.Compare("a"), -1);
+    EXPECT_EQ(empty.Compare(static_cast<const char *>(nullptr)), 0);
+    EXPECT_EQ(abc.Compare(static_cast<const char *>(nullptr)), 1);
+    EXPECT_EQ(abc.Compare("abd"), -1);
+    EXPECT_EQ(abc.Compare("\xe9"), -1);
+    EXPECT_EQ(abc.Compare(PString("abc")), 0);
+    EXPECT_TRUE(abc.EqualsIgnoreCase("ABC"));
+    EXPECT_EQ(abc.CompareIgnoreCase("ABD"), -1);
+    EXPECT_LT(PString::SortPtr(&abc, &empty) * -1, 0);
+    EXPECT_TRUE(PString("b") > abc);
+}
+
+TEST(PString, WalkAndIdentifiers)
+{
+    PString name("walked-name");
+    name.GetNode()->identifier = 7;
+    bool seen = false;
+    while (PStringCache::Node * node = Pool().Next())
+        seen = seen || node == name.GetNode();
+    EXPECT_TRUE(seen);
+    Pool().ClearIDs();
+    EXPECT_EQ(name.GetNode()->identifier, 0u);
+    Pool().Dump();
+}
+
+TEST(PString, SerialisedLikeAnsiStrings)
+{
+    MemoryWriter writer;
+    EXPECT_TRUE(PString("key").Write(writer));
+    EXPECT_TRUE(PString().Write(writer));
+    EXPECT_EQ(writer.data, (std::vector<unsigned char>{3, 0, 0, 0, 'k', 'e', 'y', 0, 0, 0, 0}));
+    MemoryReader reader(writer.data);
+    PString back;
+    ASSERT_TRUE(back.Read(reader));
+    EXPECT_EQ(back, PString("key"));
+    MemoryReader wide({4, 0, 0, 0x40, 'k', 0, 'y', 0});
+    ASSERT_TRUE(back.Read(wide));
+    EXPECT_EQ(back, PString("ky"));
+    MemoryReader broken({9, 0, 0, 0, 'x'});
+    EXPECT_FALSE(back.Read(broken));
+    EXPECT_TRUE(back.IsNull());
+}
+
+TEST(PString, NamesMadeAndDroppedOnManyThreads)
+{
+    unsigned int live = Pool().GetLiveStrings();
+    unsigned int references = Pool().GetReferences();
+    PString kept("thread-name-0");
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+    {
+        threads.emplace_back(
+            [&kept, t]
+            {
+                for (int i = 0; i < 5000; ++i)
+                {
+                    PString name(("thread-name-" + std::to_string(i % 50)).c_str());
+                    PString copy(kept);
+                    copy = name;
+                    if (i % 100 == t)
+                        Pool().CollectGarbage();
+                }
+            });
+    }
+    for (auto & thread : threads)
+        thread.join();
+    EXPECT_EQ(kept.GetNode()->references, 1);
+    EXPECT_EQ(Pool().GetLiveStrings(), live + 1);
+    EXPECT_EQ(Pool().GetReferences(), references + 1);
+}

@@ -1,0 +1,222 @@
+#include "Profile.h"
+#include "Console.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
+namespace
+{
+// The profiler reads this clock in the tests, so times are exact.
+std::uint32_t now = 0;
+
+std::uint32_t TestClock()
+{
+    return now;
+}
+
+class ProfileTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        Kiv::Profile::SetClock(TestClock);
+        Kiv::Profile::Enable(1);
+        Kiv::Profile::ChildTime(false);
+        Kiv::Profile::SetDisplayFrequency(1.0f);
+        Kiv::Profile::Reset();
+    }
+    void TearDown() override
+    {
+        Kiv::Profile::Disable();
+        Kiv::Profile::SetClock(nullptr);
+    }
+};
+
+// A parent that spends 10 + 5 microseconds itself around a child of 100.
+void RunParentAndChild(Kiv::Profile::Info & parent, Kiv::Profile::Info & child)
+{
+    Kiv::Profile outer(&parent);
+    now += 10;
+    {
+        Kiv::Profile inner(&child);
+        EXPECT_EQ(Kiv::Profile::GetDepth(), 2);
+        now += 100;
+    }
+    now += 5;
+}
+
+std::string Line(const Kiv::Console & console, int row)
+{
+    const std::string line(console.GetLine(row), console.GetWidth());
+    return line.substr(0, line.find_last_not_of(' ') + 1);
+}
+} // namespace
+
+TEST_F(ProfileTest, NestingChildTimeAndMasks)
+{
+    static Kiv::Profile::Info parent("parent"), child("child"), other("other", 2);
+    RunParentAndChild(parent, child);
+    EXPECT_EQ(Kiv::Profile::GetDepth(), 0);
+    EXPECT_EQ(parent.total, 115u);
+    EXPECT_EQ(child.total, 100u);
+
+    Kiv::Profile::ChildTime(true);
+    RunParentAndChild(parent, child);
+    EXPECT_EQ(parent.total, 115u + 15u);
+    EXPECT_EQ(child.total, 200u);
+    EXPECT_EQ(parent.count, 2u);
+    EXPECT_GE(parent.slot, 0);
+    EXPECT_GT(child.slot, parent.slot);
+
+    // A function outside the enable mask is not even counted, and is not a parent either.
+    {
+        Kiv::Profile skipped(&other);
+        EXPECT_EQ(Kiv::Profile::GetDepth(), 0);
+        RunParentAndChild(parent, child);
+    }
+    EXPECT_EQ(other.count, 0u);
+    EXPECT_EQ(other.slot, -1);
+    Kiv::Profile::Enable(3);
+    {
+        Kiv::Profile counted(&other);
+        now += 7;
+    }
+    EXPECT_EQ(other.total, 7u);
+}
+
+TEST_F(ProfileTest, SortingAndTheDisplayedTable)
+{
+    static Kiv::Profile::Info many("many"), slow("slow"), quiet("quiet");
+    for (int i = 0; i < 10; ++i)
+    {
+        Kiv::Profile scope(&many);
+        now += 50;
+    }
+    for (int i = 0; i < 2; ++i)
+    {
+        Kiv::Profile scope(&slow);
+        now += 1000;
+    }
+    {
+        Kiv::Profile scope(&quiet);
+        now += 63;
+    }
+    auto position = [](const Kiv::Profile::Info & info)
+    {
+        const auto * funcs = Kiv::Profile::GetFuncs();
+        return std::find(funcs, funcs + Kiv::Profile::GetFuncsCount(), &info) - funcs;
+    };
+    Kiv::Profile::SortBy(Kiv::Profile::SortOption::Count);
+    Kiv::Profile::Sort();
+    EXPECT_EQ(position(many), 0);
+    EXPECT_LT(position(slow), position(quiet));
+    Kiv::Profile::SortBy(Kiv::Profile::SortOption::Average);
+    Kiv::Profile::Sort();
+    EXPECT_EQ(position(slow), 0);
+    EXPECT_EQ(position(quiet), 1);
+    Kiv::Profile::SortBy(Kiv::Profile::SortOption::Total);
+    Kiv::Profile::Sort();
+    EXPECT_EQ(position(slow), 0);
+    EXPECT_EQ(position(many), 1);
+    EXPECT_EQ(position(quiet), 2);
+
+    // The quiet function (63 microseconds in all) ends the list. The bars share 36 columns by
+    // 64-microsecond units: 31 + 7 shown, so slow gets 36 * 2000 / (64 * 38) and many 36 * 500 / (64 * 38).
+    Kiv::Console console;
+    ASSERT_TRUE(console.Init({120, 10}));
+    Kiv::Profile::Display(console, 10);
+    EXPECT_EQ(Line(console, 0), "Function:                       Count    Total    Avg  Total: 2500000");
+    EXPECT_EQ(Line(console, 1), "");
+    EXPECT_EQ(Line(console, 2),
+              "slow                              2  2000000 1000000 1000000 " + std::string(29, '\x12'));
+    EXPECT_EQ(Line(console, 3),
+              "many                             10   500000  50000  50000 " + std::string(7, '\x12'));
+    EXPECT_EQ(Line(console, 4), "");
+    EXPECT_EQ(slow.count, 0u);
+    EXPECT_EQ(slow.total, 0u);
+    {
+        Kiv::Profile scope(&slow);
+        now += 700;
+    }
+#ifndef _WIN32
+    // The report goes to the diagnostic output, standard error where no debugger listens.
+    testing::internal::CaptureStderr();
+    Kiv::Profile::LogDisplay();
+    const std::string report = testing::internal::GetCapturedStderr();
+    EXPECT_NE(report.find("slow"), std::string::npos) << report;
+    EXPECT_EQ(report.find("many"), std::string::npos) << report;
+#endif
+    EXPECT_EQ(slow.peakAverage, 1000000u);
+    Kiv::Profile::ResetPeeks();
+    EXPECT_EQ(slow.peakAverage, 0u);
+
+    // The timed form waits for the display period, here one second.
+    console.Clear();
+    {
+        Kiv::Profile scope(&slow);
+        now += 500;
+    }
+    Kiv::Profile::Sort();
+    Kiv::Profile::Display(0.6f, console, 10);
+    EXPECT_EQ(Line(console, 0), "");
+    Kiv::Profile::Display(0.6f, console, 10);
+    EXPECT_EQ(Line(console, 0), "Function:                       Count    Total    Avg  Total: 1200000");
+
+    // Nothing is shown while profiling is off.
+    console.Clear();
+    Kiv::Profile::Disable();
+    Kiv::Profile::Display(console, 10);
+    EXPECT_EQ(Line(console, 0), "");
+}
+
+TEST_F(ProfileTest, TraceRing)
+{
+    EXPECT_EQ(Kiv::Profile::RegisterTracePoint("START"), 0);
+    const std::int32_t first = Kiv::Profile::RegisterTracePoint("first");
+    EXPECT_EQ(Kiv::Profile::RegisterTracePoint("first"), first);
+    static char names[Kiv::Profile::maxTracePoints][16];
+    while (Kiv::Profile::GetNumTracePoints() < Kiv::Profile::maxTracePoints)
+    {
+        const int n = Kiv::Profile::GetNumTracePoints();
+        std::snprintf(names[n], sizeof names[n], "point%d", n);
+        EXPECT_EQ(Kiv::Profile::RegisterTracePoint(names[n]), n);
+    }
+    // The 129th name is refused with the fixed invalid point, which records nothing.
+    EXPECT_EQ(Kiv::Profile::RegisterTracePoint("one too many"), -337);
+    EXPECT_STREQ(Kiv::Profile::GetTraceInfo()[0], "START");
+
+    const int startFrame = Kiv::Profile::GetTraceFrame();
+    now = 1000;
+    Kiv::Profile::TracePoint(0);
+    const int frame = (startFrame + 1) % Kiv::Profile::traceFrames;
+    EXPECT_EQ(Kiv::Profile::GetTraceFrame(), frame);
+    Kiv::Profile::TracePoint(-337);
+    Kiv::Profile::TracePoint(5000);
+    now = 1010;
+    Kiv::Profile::TracePoint(first);
+    const Kiv::Profile::TraceFrame & recorded = Kiv::Profile::GetFrameTraceData()[frame];
+    ASSERT_EQ(recorded.count, 2u);
+    EXPECT_EQ(recorded.entries[0].point, 0);
+    EXPECT_EQ(recorded.entries[1].point, first);
+    EXPECT_EQ(recorded.entries[1].time, 1010u);
+
+    // A frame keeps its first 128 points.
+    for (int i = 0; i < 200; ++i)
+    {
+        now = 2000 + i;
+        Kiv::Profile::TracePoint(1 + i % 100);
+    }
+    EXPECT_EQ(recorded.count, 128u);
+    EXPECT_EQ(recorded.entries[127].time, 2000u + 125);
+
+    // The ring wraps after 128 frames and a new frame starts empty.
+    for (int i = 0; i < Kiv::Profile::traceFrames; ++i)
+    {
+        Kiv::Profile::TracePoint(0);
+    }
+    EXPECT_EQ(Kiv::Profile::GetTraceFrame(), frame);
+    EXPECT_EQ(recorded.count, 1u);
+}

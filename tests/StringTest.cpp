@@ -1,0 +1,338 @@
+#include "String.h"
+#include "PString.h"
+#include "StringTestSupport.h"
+#include "TestSupport.h"
+#include "UnicodeString.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+using Kiv::AnsiString;
+using Kiv::String;
+
+namespace
+{
+bool Utf8Locale()
+{
+    return MB_CUR_MAX > 1;
+}
+
+std::vector<unsigned char> Written(const AnsiString & text)
+{
+    MemoryWriter writer;
+    EXPECT_TRUE(text.Write(writer));
+    return writer.data;
+}
+} // namespace
+
+TEST(AnsiString, NullIsDistinctFromEmpty)
+{
+    AnsiString null;
+    AnsiString empty("");
+    EXPECT_EQ(static_cast<const char *>(null), nullptr);
+    EXPECT_TRUE(null.IsBufferNULL());
+    EXPECT_EQ(null.Size(), 0u);
+    ASSERT_NE(static_cast<const char *>(empty), nullptr);
+    EXPECT_EQ(empty.AllocSize(), 16u);
+    EXPECT_EQ(empty.Size(), 1u);
+    EXPECT_TRUE(empty > null);
+    EXPECT_TRUE(null < empty);
+    EXPECT_TRUE(null == nullptr);
+    EXPECT_FALSE(null == "");
+    EXPECT_TRUE(AnsiString(static_cast<const char *>(nullptr)).IsBufferNULL());
+    EXPECT_TRUE(AnsiString('x', 0).IsBufferNULL());
+    EXPECT_STREQ(AnsiString('x', 3), "xxx");
+    EXPECT_STREQ(AnsiString("abcdef", 3), "abc");
+}
+
+TEST(AnsiString, CompareKeepsItsMixedNullConvention)
+{
+    AnsiString null;
+    AnsiString abc("abc");
+    EXPECT_EQ(null.Compare(AnsiString()), 1);
+    EXPECT_EQ(null.Compare("abc"), 0);
+    EXPECT_EQ(abc.Compare(nullptr), 2);
+    EXPECT_EQ(abc.Compare("abd"), -1);
+    EXPECT_EQ(abc.Compare("abc"), 0);
+    EXPECT_EQ(abc.Compare("ab"), 1);
+    EXPECT_EQ(null.CompareIgnoreCase(nullptr), 1);
+    EXPECT_EQ(abc.CompareIgnoreCase("ABC"), 0);
+    EXPECT_LT(abc.CompareIgnoreCase("ABD"), 0);
+    // Case-sensitive operators order bytes unsigned: a high byte sorts after ASCII.
+    EXPECT_TRUE(AnsiString("\xe9") > "z");
+    EXPECT_TRUE(AnsiString("B") < "a");
+    EXPECT_TRUE(abc != "ABC");
+    EXPECT_TRUE(abc.EqualsIgnoreCase("ABC"));
+    EXPECT_FALSE(null.EqualsIgnoreCase(""));
+    EXPECT_TRUE("abc" == abc);
+}
+
+TEST(AnsiString, CapacityGrowsInSixteensAndNeverShrinksWhileTextIsKept)
+{
+    EXPECT_EQ(AnsiString(std::string(14, 'a').c_str()).AllocSize(), 16u);
+    EXPECT_EQ(AnsiString(std::string(15, 'a').c_str()).AllocSize(), 32u);
+    EXPECT_EQ(AnsiString(std::string(30, 'a').c_str()).AllocSize(), 32u);
+    EXPECT_EQ(AnsiString(std::string(31, 'a').c_str()).AllocSize(), 48u);
+    AnsiString text(std::string(40, 'a').c_str());
+    text.Del(0, 38);
+    EXPECT_EQ(text.AllocSize(), 48u);
+    text.SetLength(100);
+    EXPECT_EQ(text.Length(), 2u);
+    EXPECT_GE(text.AllocSize(), 101u);
+    text.SetLength(1);
+    EXPECT_STREQ(text, "a");
+}
+
+TEST(AnsiString, CopiesShareUntilWrittenBySetters)
+{
+    AnsiString original("shared");
+    AnsiString copy(original);
+    EXPECT_EQ(static_cast<const char *>(copy), static_cast<const char *>(original));
+    // Writing through the non-const index is deliberately visible to every sharer.
+    copy[0] = 'S';
+    EXPECT_STREQ(original, "Shared");
+    copy += "!";
+    EXPECT_STREQ(copy, "Shared!");
+    EXPECT_STREQ(original, "Shared");
+    copy = copy;
+    EXPECT_STREQ(copy, "Shared!");
+    copy += copy;
+    EXPECT_STREQ(copy, "Shared!Shared!");
+    copy = static_cast<const char *>(copy) + 7;
+    EXPECT_STREQ(copy, "Shared!");
+    const AnsiString constant("\xff");
+    EXPECT_EQ(constant[0], 0xFFu);
+}
+
+TEST(AnsiString, EditsStayInsideTheText)
+{
+    AnsiString text("abcdef");
+    text.Del(2, 100);
+    EXPECT_STREQ(text, "ab");
+    text = "abcdef";
+    text.Del(6, 1);
+    text.Del(1, 0);
+    EXPECT_STREQ(text, "abcdef");
+    text.Right(2);
+    EXPECT_STREQ(text, "ef");
+    text = "abcdef";
+    EXPECT_STREQ(text.Mid(1, 3), "bcd");
+    EXPECT_STREQ(text.Mid(4, 100), "ef");
+    EXPECT_EQ(text.Mid(10, 2).Length(), 0u);
+    text.Left(10);
+    EXPECT_STREQ(text, "abcdef");
+    text.Ins("XY", 7);
+    text.Ins("", 0);
+    EXPECT_STREQ(text, "abcdef");
+    text.Ins("XY", 6);
+    text.Ins('-', 0, 2);
+    EXPECT_STREQ(text, "--abcdefXY");
+    EXPECT_STREQ(String(String("abcdef"), 2, -1), "cdef");
+    EXPECT_STREQ(String(String("abcdef"), 2, 100), "cdef");
+    EXPECT_STREQ(String(String("abcdef"), 1, 2), "bc");
+    EXPECT_TRUE(String(String("abcdef"), 6, 1).IsBufferNULL());
+}
+
+TEST(AnsiString, TokenAndStrip)
+{
+    AnsiString text(", ab, cd");
+    EXPECT_STREQ(text.Token(" ,"), "ab");
+    EXPECT_STREQ(text, ", cd");
+    EXPECT_STREQ(text.Token(" ,"), "cd");
+    EXPECT_STREQ(text, "");
+    EXPECT_TRUE(text.Token(" ,").IsBufferNULL());
+    EXPECT_TRUE(AnsiString().Token(",").IsBufferNULL());
+    AnsiString dashes("a-b-c");
+    dashes.Strip("-");
+    EXPECT_STREQ(dashes, "abc");
+    AnsiString all("---");
+    all.Strip("-");
+    EXPECT_STREQ(all, "");
+}
+
+TEST(AnsiString, FindAndFindIgnoreCase)
+{
+    AnsiString text("Hello World");
+    EXPECT_EQ(text.Find('o'), 4);
+    EXPECT_EQ(text.Find('o', 5), 7);
+    EXPECT_EQ(text.Find("World"), 6);
+    EXPECT_EQ(text.Find("World", 7), -1);
+    EXPECT_EQ(text.Find('o', 1000), -1);
+    EXPECT_EQ(text.Find("o", 1000), -1);
+    EXPECT_EQ(AnsiString().Find('a'), -1);
+    EXPECT_EQ(AnsiString().Find(""), -1);
+    EXPECT_EQ(text.FindIgnoreCase('W'), 6);
+    EXPECT_EQ(text.FindIgnoreCase('w'), 6);
+    EXPECT_EQ(text.FindIgnoreCase("WORLD"), 6);
+    EXPECT_EQ(text.FindIgnoreCase("", 3), 3);
+    EXPECT_EQ(text.FindIgnoreCase("worlds"), -1);
+    EXPECT_EQ(text.FindIgnoreCase("l", 1000), -1);
+    EXPECT_EQ(AnsiString::FindIgnoreCase("aXbx", 'X', 2), 3);
+    EXPECT_EQ(AnsiString::FindIgnoreCase(nullptr, 'x', 0), -1);
+    EXPECT_EQ(AnsiString::FindIgnoreCase("abcABC", 6, "Ca", 0), 2);
+    EXPECT_EQ(AnsiString::FindIgnoreCase("abcABC", 6, "BC", 2), 4);
+    EXPECT_EQ(AnsiString::FindIgnoreCase("abc", 3, "abcd", 0), -1);
+}
+
+TEST(AnsiString, FormattingClimbsTheLadderAndEmptyMeansNull)
+{
+    AnsiString text;
+    text.Setf("%d-%s", 42, "x");
+    EXPECT_STREQ(text, "42-x");
+    EXPECT_EQ(text.Addf("%05d", 7), 5);
+    EXPECT_STREQ(text, "42-x00007");
+    text.Setf("%s", "");
+    EXPECT_TRUE(text.IsBufferNULL());
+    for (size_t size : {1022u, 1023u, 1024u, 40000u, 200000u})
+    {
+        std::string expected(size, 'q');
+        text.Setf("%s", expected.c_str());
+        EXPECT_EQ(text.Length(), size);
+        EXPECT_EQ(std::string(text), expected);
+    }
+    text = "self";
+    text.Setf("%s+%s", static_cast<const char *>(text), static_cast<const char *>(text));
+    EXPECT_STREQ(text, "self+self");
+    text.Set(-255, 16);
+    EXPECT_STREQ(text, "ffffff01");
+    text.Set(-255, 10);
+    EXPECT_STREQ(text, "-255");
+    text.Set(5, 2);
+    EXPECT_STREQ(text, "101");
+    text = "  -17xyz";
+    EXPECT_EQ(text.GetInt(), -17);
+    EXPECT_EQ(AnsiString("ff").GetUInt(16), 255u);
+    EXPECT_FLOAT_EQ(AnsiString("2.5").GetFloat(), 2.5f);
+    EXPECT_EQ(AnsiString().GetInt(), 0);
+}
+
+TEST(AnsiString, CopyingOutRespectsTheBuffer)
+{
+    AnsiString text("abcdef");
+    char buffer[4];
+    EXPECT_EQ(text.GetANSI(buffer, 4), 3);
+    EXPECT_STREQ(buffer, "abc");
+    EXPECT_EQ(text.GetANSI(buffer, 1), 0);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(text.GetANSI(buffer, 0), -1);
+    wchar_t wide[4];
+    EXPECT_EQ(text.GetUnicode(wide, sizeof(wide)), 3);
+    EXPECT_EQ(std::wstring(wide), L"abc");
+    EXPECT_EQ(text.GetUnicode(wide, 1), -1);
+    text.ToUpper();
+    EXPECT_STREQ(text, "ABCDEF");
+    text.ToLower();
+    EXPECT_STREQ(text, "abcdef");
+}
+
+TEST(AnsiString, ConversionsFollowTheLocale)
+{
+    AnsiString text(L"plain");
+    EXPECT_STREQ(text, "plain");
+    const wchar_t * han = L"\x4e2d";
+    if (Utf8Locale())
+    {
+        EXPECT_TRUE(text.SetUnicode(han));
+        EXPECT_STREQ(text, "\xe4\xb8\xad");
+        wchar_t back[4];
+        EXPECT_EQ(text.GetUnicode(back, sizeof(back)), 1);
+        EXPECT_EQ(back[0], L'\x4e2d');
+        // Bytes that are no UTF-8 cannot be converted.
+        EXPECT_EQ(AnsiString("\xff").GetUnicode(back, sizeof(back)), -1);
+        EXPECT_EQ(back[0], 0);
+    }
+    else
+    {
+        EXPECT_FALSE(text.SetUnicode(han));
+        EXPECT_TRUE(text.IsBufferNULL());
+    }
+    EXPECT_TRUE(AnsiString(Kiv::UnicodeString()).IsBufferNULL());
+    EXPECT_STREQ(AnsiString(Kiv::UnicodeString(L"w")), "w");
+}
+
+TEST(AnsiString, SerialisedFormsAreExact)
+{
+    EXPECT_EQ(Written(AnsiString()), (std::vector<unsigned char>{0, 0, 0, 0}));
+    EXPECT_EQ(Written(AnsiString("")), (std::vector<unsigned char>{0, 0, 0, 0}));
+    AnsiString hello("Hello, Kiv!");
+    EXPECT_EQ(Written(hello), TestSupport::ReadBytes(TestSupport::DataFile("AnsiStringRecord.bin")));
+    MemoryReader golden(TestSupport::ReadBytes(TestSupport::DataFile("AnsiStringRecord.bin")));
+    AnsiString back;
+    ASSERT_TRUE(back.Read(golden));
+    EXPECT_STREQ(back, "Hello, Kiv!");
+
+    MemoryReader zero({0, 0, 0, 0});
+    ASSERT_TRUE(back.Read(zero));
+    EXPECT_FALSE(back.IsBufferNULL());
+    EXPECT_EQ(back.Length(), 0u);
+
+    MemoryReader wide({4, 0, 0, 0x40, 'h', 0, 'i', 0});
+    ASSERT_TRUE(back.Read(wide));
+    EXPECT_STREQ(back, "hi");
+    MemoryReader emptyWide({0, 0, 0, 0x40});
+    ASSERT_TRUE(back.Read(emptyWide));
+    EXPECT_FALSE(back.IsBufferNULL());
+    EXPECT_EQ(back.Length(), 0u);
+
+    ShortWriter full(6);
+    EXPECT_FALSE(hello.Write(full));
+}
+
+TEST(AnsiString, MalformedRecordsFailWithoutHugeAllocations)
+{
+    AnsiString text("before");
+    MemoryReader absurd({0xFF, 0xFF, 0xFF, 0x3F, 'a', 'b'});
+    EXPECT_FALSE(text.Read(absurd));
+    EXPECT_TRUE(text.IsBufferNULL());
+    EXPECT_LE(absurd.largestRequest, 65536u);
+
+    MemoryReader absurdWide({0xFF, 0xFF, 0xFF, 0x7F, 'a', 0});
+    text = "before";
+    EXPECT_FALSE(text.Read(absurdWide));
+    EXPECT_TRUE(text.IsBufferNULL());
+
+    MemoryReader pastEnd({5, 0, 0, 0, 'a', 'b'});
+    EXPECT_FALSE(text.Read(pastEnd));
+    MemoryReader shortWord({5, 0});
+    text = "before";
+    EXPECT_FALSE(text.Read(shortWord));
+    EXPECT_TRUE(text.IsBufferNULL());
+
+    // A long record arrives in pieces and still reads whole.
+    std::vector<unsigned char> big{0x00, 0x00, 0x03, 0x00};
+    big.resize(4 + 0x30000, 'z');
+    MemoryReader large(big);
+    ASSERT_TRUE(text.Read(large));
+    EXPECT_EQ(text.Length(), 0x30000u);
+}
+
+TEST(AnsiString, SharedTextSurvivesCopiesOnManyThreads)
+{
+    const AnsiString shared("a text that every thread copies, edits and releases");
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+    {
+        threads.emplace_back(
+            [&shared, t]
+            {
+                AnsiString keep;
+                for (int i = 0; i < 20000; ++i)
+                {
+                    AnsiString copy(shared);
+                    keep = copy;
+                    if (i % 64 == t)
+                        keep += "x";
+                    AnsiString other;
+                    other = shared;
+                }
+            });
+    }
+    for (auto & thread : threads)
+        thread.join();
+    EXPECT_STREQ(shared, "a text that every thread copies, edits and releases");
+}

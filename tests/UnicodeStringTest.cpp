@@ -1,0 +1,205 @@
+#include "UnicodeString.h"
+#include "PString.h"
+#include "String.h"
+#include "StringTestSupport.h"
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+using Kiv::MultiByteString;
+using Kiv::UnicodeString;
+
+namespace
+{
+bool Utf8Locale()
+{
+    return MB_CUR_MAX > 1;
+}
+
+// 'A', e acute, U+4E2D and U+1F600, which takes a surrogate pair in UTF-16.
+UnicodeString BeyondTheBasicPlane()
+{
+    UnicodeString text(L"A\x00e9\x4e2d");
+    if constexpr (sizeof(wchar_t) == 2)
+        text += L"\xd83d\xde00";
+    else
+        text += std::wstring(1, static_cast<wchar_t>(0x1F600)).c_str();
+    return text;
+}
+} // namespace
+
+TEST(UnicodeString, StoredAsUtf16OnEveryTarget)
+{
+    UnicodeString text = BeyondTheBasicPlane();
+    MemoryWriter writer;
+    ASSERT_TRUE(text.Write(writer));
+    std::vector<unsigned char> golden =
+        TestSupport::ReadBytes(TestSupport::DataFile("UnicodeStringRecord.bin"));
+    EXPECT_EQ(writer.data, golden);
+
+    MemoryReader reader(golden);
+    UnicodeString back;
+    ASSERT_TRUE(back.Read(reader));
+    EXPECT_EQ(back.Length(), text.Length());
+    EXPECT_EQ(back, static_cast<const wchar_t *>(text));
+
+    MemoryWriter empty;
+    ASSERT_TRUE(UnicodeString(L"").Write(empty));
+    EXPECT_EQ(empty.data, (std::vector<unsigned char>{0, 0, 0, 0x40}));
+    MemoryReader emptyReader(empty.data);
+    Kiv::AnsiString narrow("x");
+    ASSERT_TRUE(narrow.Read(emptyReader));
+    EXPECT_FALSE(narrow.IsBufferNULL());
+    EXPECT_EQ(narrow.Length(), 0u);
+
+    // A lone surrogate survives the trip unchanged.
+    MemoryReader lone({2, 0, 0, 0x40, 0x00, 0xD8});
+    ASSERT_TRUE(back.Read(lone));
+    ASSERT_EQ(back.Length(), 1u);
+    EXPECT_EQ(static_cast<unsigned int>(back[0]), 0xD800u);
+    MemoryWriter again;
+    ASSERT_TRUE(back.Write(again));
+    EXPECT_EQ(again.data, (std::vector<unsigned char>{2, 0, 0, 0x40, 0x00, 0xD8}));
+}
+
+TEST(UnicodeString, EightBitRecordsConvertThroughTheLocale)
+{
+    UnicodeString text;
+    MemoryReader plain({3, 0, 0, 0, 'a', 'b', 'c'});
+    ASSERT_TRUE(text.Read(plain));
+    EXPECT_EQ(text, L"abc");
+    MemoryReader accented({2, 0, 0, 0, 0xC3, 0xA9});
+    if (Utf8Locale())
+    {
+        ASSERT_TRUE(text.Read(accented));
+        EXPECT_EQ(text, L"\x00e9");
+        MemoryReader invalid({1, 0, 0, 0, 0xFF});
+        EXPECT_FALSE(text.Read(invalid));
+        EXPECT_TRUE(text.IsBufferNULL());
+    }
+    MemoryReader absurd({0xFF, 0xFF, 0xFF, 0x3F, 'a'});
+    text = L"before";
+    EXPECT_FALSE(text.Read(absurd));
+    EXPECT_TRUE(text.IsBufferNULL());
+    MemoryReader absurdWide({0xFE, 0xFF, 0xFF, 0x7F, 'a', 0});
+    EXPECT_FALSE(text.Read(absurdWide));
+}
+
+TEST(UnicodeString, ConversionsAndTheirFailures)
+{
+    UnicodeString text(L"abc");
+    char buffer[8];
+    EXPECT_EQ(text.GetANSI(buffer, 1), 0);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(text.GetANSI(buffer, 3), 2);
+    EXPECT_STREQ(buffer, "ab");
+    EXPECT_EQ(text.GetANSI(buffer, 0), -1);
+    UnicodeString han(L"\x4e2d");
+    if (Utf8Locale())
+    {
+        EXPECT_EQ(han.GetANSI(buffer, sizeof(buffer)), 3);
+        EXPECT_STREQ(buffer, "\xe4\xb8\xad");
+        EXPECT_TRUE(text.SetANSI("\xe4\xb8\xad"));
+        EXPECT_EQ(text, L"\x4e2d");
+        // An unconvertible text leaves the string as it was.
+        EXPECT_TRUE(text.SetANSI("\xff"));
+        EXPECT_EQ(text, L"\x4e2d");
+        EXPECT_EQ(Kiv::AnsiString(han), "\xe4\xb8\xad");
+    }
+    else
+    {
+        EXPECT_EQ(han.GetANSI(buffer, sizeof(buffer)), -1);
+        EXPECT_STREQ(buffer, "");
+        EXPECT_TRUE(Kiv::AnsiString(han).IsBufferNULL());
+    }
+    EXPECT_EQ(UnicodeString("abc", 2), L"ab");
+    EXPECT_EQ(UnicodeString(Kiv::PString("pooled")), L"pooled");
+    EXPECT_TRUE(UnicodeString(static_cast<const char *>(nullptr)).IsBufferNULL());
+}
+
+TEST(UnicodeString, EditsFormattingAndCapacity)
+{
+    UnicodeString text(L"a longer text than the next");
+    unsigned int capacity = text.AllocSize();
+    text = L"short";
+    EXPECT_EQ(text.AllocSize(), capacity);
+    text.Set(nullptr);
+    EXPECT_TRUE(text.IsBufferNULL());
+    EXPECT_EQ(text.AllocSize(), 0u);
+    text.Setf(L"%d:%ls", 7, L"seven");
+    EXPECT_EQ(text, L"7:seven");
+    EXPECT_EQ(text.Addf(L"%c", L'!'), 1);
+    EXPECT_EQ(text, L"7:seven!");
+    text.Setf(L"%ls", L"");
+    EXPECT_FALSE(text.IsBufferNULL());
+    EXPECT_EQ(text.Length(), 0u);
+    std::wstring big(5000, L'w');
+    text.Setf(L"%ls", big.c_str());
+    EXPECT_EQ(text.Length(), 5000u);
+
+    text = L", ab, cd";
+    EXPECT_EQ(text.Token(L" ,"), L"ab");
+    EXPECT_EQ(text, L", cd");
+    text = L"a-b-c";
+    text.Strip(L"-");
+    EXPECT_EQ(text, L"abc");
+    text.Ins(L"XY", 1);
+    text.Ins(L"Z", 99);
+    EXPECT_EQ(text, L"aXYbc");
+    text.Del(1, 100);
+    EXPECT_EQ(text, L"a");
+    text = L"Hello World";
+    EXPECT_EQ(text.Find(L"World"), 6);
+    EXPECT_EQ(text.Find(L'o', 500), -1);
+    EXPECT_EQ(text.FindIgnoreCase(L"WORLD"), 6);
+    EXPECT_EQ(text.FindIgnoreCase(L'h'), 0);
+    text.ToUpper();
+    EXPECT_EQ(text, L"HELLO WORLD");
+    text.Right(5);
+    EXPECT_EQ(text, L"WORLD");
+    text.Set(-10, 10);
+    EXPECT_EQ(text.GetInt(), -10);
+
+    UnicodeString null;
+    EXPECT_TRUE(null < L"");
+    EXPECT_TRUE(null == nullptr);
+    EXPECT_EQ(null.Compare(nullptr), 1);
+    EXPECT_EQ(null.Compare(L"x"), 0);
+    EXPECT_EQ(UnicodeString(L"x").Compare(nullptr), 2);
+    EXPECT_EQ(UnicodeString(L"abc").CompareIgnoreCase(L"ABC"), 0);
+    EXPECT_TRUE(UnicodeString(L"abc").EqualsIgnoreCase(L"ABC"));
+}
+
+TEST(MultiByteString, SizeLengthAndRecords)
+{
+    MultiByteString text("abc");
+    EXPECT_EQ(text.Size(), 3u);
+    EXPECT_EQ(text.Length(), 3u);
+    EXPECT_STREQ(text.CStr(), "abc");
+    unsigned int size = 0;
+    const auto * accented = reinterpret_cast<const unsigned char *>("\xc3\xa9t\xc3\xa9");
+    unsigned int length = MultiByteString::GetLengthAndSize(accented, size);
+    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(length, Utf8Locale() ? 3u : 5u);
+    text.Set(nullptr);
+    EXPECT_TRUE(text.IsBufferNULL());
+    EXPECT_EQ(text.AllocSize(), 0u);
+    EXPECT_TRUE(text.SetUnicode(L"wide"));
+    EXPECT_TRUE(text == "wide");
+    wchar_t back[3];
+    EXPECT_EQ(text.GetUnicode(back, 3), 2);
+    EXPECT_EQ(std::wstring(back), L"wi");
+    MemoryWriter writer;
+    ASSERT_TRUE(text.Write(writer));
+    EXPECT_EQ(writer.data, (std::vector<unsigned char>{4, 0, 0, 0, 'w', 'i', 'd', 'e'}));
+    MemoryReader reader(writer.data);
+    MultiByteString copy;
+    ASSERT_TRUE(copy.Read(reader));
+    EXPECT_TRUE(copy == "wide");
+    MemoryReader broken({9, 0, 0, 0, 'x'});
+    EXPECT_FALSE(copy.Read(broken));
+    EXPECT_TRUE(copy.IsBufferNULL());
+}
