@@ -72,6 +72,24 @@ bool KeepGoing(unsigned long done, unsigned long requested)
     return !transferCallBack || transferCallBack(done, requested);
 }
 
+// Moves `length` bytes through the handle in as many calls as the system needs; stops at an
+// error, at the end of the file, or when the callback (if `reported`) says so.
+template <typename Bytes, typename Call>
+unsigned long MoveAll(int handle, Bytes * data, unsigned long length, Call call, bool reported)
+{
+    unsigned long done = 0;
+    while (done < length)
+    {
+        const int moved = call(handle, data + done, static_cast<uint32_t>(length - done));
+        if (moved <= 0)
+            break;
+        done += static_cast<unsigned long>(moved);
+        if (reported && !KeepGoing(done, length))
+            break;
+    }
+    return done;
+}
+
 // A scratch area on the stack when small, from the allocator when not.
 class Scratch
 {
@@ -372,15 +390,8 @@ bool File::Flush()
     DropReadAhead();
     if (!PlaceHandle(dataStart + position - pending))
         return false;
-    uint32_t written = 0;
-    while (written < pending)
-    {
-        const int done = FilePlatform::Write(handle, buffer + written, pending - written);
-        if (done <= 0)
-            break;
-        written += static_cast<uint32_t>(done);
-        handlePosition += static_cast<uint32_t>(done);
-    }
+    const unsigned long written = MoveAll(handle, buffer, pending, FilePlatform::Write, false);
+    handlePosition += static_cast<uint32_t>(written);
     return written == pending;
 }
 
@@ -407,18 +418,9 @@ unsigned long File::ReadDirect(unsigned char * data, unsigned long length)
     const unsigned long wanted = length < available ? length : available;
     if (!PlaceHandle(dataStart + position))
         return 0;
-    unsigned long done = 0;
-    while (done < wanted)
-    {
-        const int got = FilePlatform::Read(handle, data + done, static_cast<uint32_t>(wanted - done));
-        if (got <= 0)
-            break;
-        done += static_cast<unsigned long>(got);
-        handlePosition += static_cast<uint32_t>(got);
-        position += static_cast<uint32_t>(got);
-        if (!KeepGoing(done, wanted))
-            break;
-    }
+    const unsigned long done = MoveAll(handle, data, wanted, FilePlatform::Read, true);
+    handlePosition += static_cast<uint32_t>(done);
+    position += static_cast<uint32_t>(done);
     return done;
 }
 
@@ -458,18 +460,9 @@ unsigned long File::WriteDirect(const unsigned char * data, unsigned long length
 {
     if (!PlaceHandle(dataStart + position))
         return 0;
-    unsigned long done = 0;
-    while (done < length)
-    {
-        const int put = FilePlatform::Write(handle, data + done, static_cast<uint32_t>(length - done));
-        if (put <= 0)
-            break;
-        done += static_cast<unsigned long>(put);
-        handlePosition += static_cast<uint32_t>(put);
-        position += static_cast<uint32_t>(put);
-        if (!KeepGoing(done, length))
-            break;
-    }
+    const unsigned long done = MoveAll(handle, data, length, FilePlatform::Write, true);
+    handlePosition += static_cast<uint32_t>(done);
+    position += static_cast<uint32_t>(done);
     if (position > size)
         size = position;
     return done;

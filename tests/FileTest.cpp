@@ -22,15 +22,6 @@
 extern char ** environ;
 #endif
 
-namespace Kiv
-{
-// Lets EXPECT_EQ put the expected code first.
-inline bool operator==(File::Results expected, const File::Result & result)
-{
-    return result == expected;
-}
-} // namespace Kiv
-
 using Kiv::File;
 using TestSupport::ReadBytes;
 using TestSupport::TempDir;

@@ -393,4 +393,14 @@ private:
     int32_t encoding;
     Path path;
 };
+
+// Lets a code be compared with a result from either side.
+inline bool operator==(File::Results code, const File::Result & result)
+{
+    return result == code;
+}
+inline bool operator!=(File::Results code, const File::Result & result)
+{
+    return result != code;
+}
 } // namespace Kiv
