@@ -133,8 +133,9 @@ TEST(File, CompressionHeaderDetection)
 
     File file;
     ASSERT_EQ(File::RES_OK, file.Open(small.c_str(), readMode));
-    char text[8] = {};
+    char text[17] = {};
     EXPECT_EQ(5u, file.Read(text, 7, 1));
+    text[5] = 0;
     EXPECT_STREQ("CFIL1", text);
     EXPECT_FALSE(file.IsCompressed());
     file.Close();
