@@ -71,10 +71,10 @@ bool SetHidden(const char * name, bool hidden);
 bool RemoveFile(const char * name);
 bool Rename(const char * from, const char * to);
 bool MakeDirectory(const char * name);
-bool RemoveDirectory(const char * name);
+bool DeleteDirectory(const char * name);
 bool ChangeDirectory(const char * name);
 // Both fill a buffer of `size` bytes with '/' separators and answer false when it is too small.
-bool GetCurrentDirectory(char * buffer, unsigned size);
+bool CurrentDirectory(char * buffer, unsigned size);
 bool FullName(const char * name, char * buffer, unsigned size);
 // Whether names that differ only in case name the same file.
 bool IgnoresCase();

@@ -261,7 +261,7 @@ bool MakeDirectory(const char * name)
     return systemName.IsValid() && mkdir(systemName, 0777) == 0;
 }
 
-bool RemoveDirectory(const char * name)
+bool DeleteDirectory(const char * name)
 {
     const SystemName systemName(name);
     return systemName.IsValid() && rmdir(systemName) == 0;
@@ -273,7 +273,7 @@ bool ChangeDirectory(const char * name)
     return systemName.IsValid() && chdir(systemName) == 0;
 }
 
-bool GetCurrentDirectory(char * buffer, unsigned size)
+bool CurrentDirectory(char * buffer, unsigned size)
 {
     return getcwd(buffer, size) != nullptr;
 }

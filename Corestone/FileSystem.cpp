@@ -76,6 +76,13 @@ bool FindIgnoringCase(const char * name, File::Path & found)
         component += length;
         File::Path candidate = walked;
         candidate.AddPath(wanted);
+        if (wanted[length - 1] == ':')
+        {
+            // A drive is taken as it stands, with its root folder.
+            walked = candidate;
+            walked.AddPath(nullptr);
+            continue;
+        }
         // A system that ignores case is still asked for the stored spelling.
         FilePlatform::Status status{};
         if (FilePlatform::IgnoresCase() || !FilePlatform::GetStatus(candidate, status))
@@ -115,7 +122,7 @@ bool PruneDisk(const char * directory)
                          FilePlatform::RemoveFile(child);
     }
     walk.Close();
-    return removedAll && FilePlatform::RemoveDirectory(directory);
+    return removedAll && FilePlatform::DeleteDirectory(directory);
 }
 
 bool MakeDirectories(const char * name)
@@ -232,7 +239,7 @@ bool File::Rd(const char * name)
 bool File::Rd(const PString & subst, const char * name)
 {
     Path full;
-    return DiskName(subst, name, full, false) && FilePlatform::RemoveDirectory(full);
+    return DiskName(subst, name, full, false) && FilePlatform::DeleteDirectory(full);
 }
 
 bool File::Cd(const char * name)
@@ -248,7 +255,7 @@ bool File::Cd(const PString & subst, const char * name)
 
 bool File::GetCwd(Path & directory)
 {
-    return FilePlatform::GetCurrentDirectory(directory.Buffer(), MAX_PATH_LENGTH);
+    return FilePlatform::CurrentDirectory(directory.Buffer(), MAX_PATH_LENGTH);
 }
 
 bool File::Prune(const char * directory)

@@ -165,7 +165,7 @@ bool MakeDirectory(const char * name)
     return CreateDirectoryA(name, nullptr) != 0;
 }
 
-bool RemoveDirectory(const char * name)
+bool DeleteDirectory(const char * name)
 {
     return RemoveDirectoryA(name) != 0;
 }
@@ -175,7 +175,7 @@ bool ChangeDirectory(const char * name)
     return SetCurrentDirectoryA(name) != 0;
 }
 
-bool GetCurrentDirectory(char * buffer, unsigned size)
+bool CurrentDirectory(char * buffer, unsigned size)
 {
     const DWORD length = GetCurrentDirectoryA(size, buffer);
     return length != 0 && length < size && ReplaceBackSlashes(buffer);
