@@ -7,6 +7,8 @@
 #include "Console.h"
 #include "Eigen3.h"
 #include "Exception.h"
+#include "File.h"
+#include "FileSub.h"
 #include "KivApi.h"
 #include "MathUtil.h"
 #include "PString.h"

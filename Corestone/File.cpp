@@ -1,0 +1,808 @@
+// The file object: opening through substitutions or directly, the transfer buffer, lines in
+// both encodings, seeking, and the file layer's result table and exception.
+#include "File.h"
+
+#include "Alloc.h"
+#include "CRuntime.h"
+#include "FilePlatform.h"
+#include "FileSub.h"
+#include "PString.h"
+#include "String.h"
+#include "Time.h"
+#include "UnicodeString.h"
+
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+
+namespace Kiv
+{
+namespace
+{
+const char module[] = "Corestone/File";
+const uint32_t unknownSize = 0xFFFFFFFF;
+const unsigned long lineTemporaryBytes = 4094;
+
+unsigned int openFiles = 0;
+bool (*transferCallBack)(unsigned long, unsigned long) = nullptr;
+bool logOpens = false;
+
+FilePlatform::OpenRequest RequestFor(unsigned long mode)
+{
+    FilePlatform::OpenRequest request{};
+    const bool writing = (mode & File::MODE_WRITE_MASK) != 0;
+    request.access = writing ? FilePlatform::ReadWrite : FilePlatform::ReadOnly;
+    request.share = writing ? FilePlatform::DenyAll : FilePlatform::DenyWrite;
+    switch (mode & File::MODE_CREATE_MASK)
+    {
+    case File::MODE_CREATE:
+        request.creation = FilePlatform::CreateTruncate;
+        break;
+    case File::MODE_APPEND:
+        request.creation = FilePlatform::OpenOrCreate;
+        break;
+    case File::MODE_CREATE_NEW:
+        request.creation = FilePlatform::CreateNew;
+        break;
+    default:
+        request.creation = FilePlatform::OpenExisting;
+        break;
+    }
+    return request;
+}
+
+bool Creates(unsigned long mode)
+{
+    const unsigned long creation = mode & File::MODE_CREATE_MASK;
+    return creation == File::MODE_CREATE || creation == File::MODE_CREATE_NEW;
+}
+
+// count × itemSize, kept within what one transfer can report.
+unsigned long TransferLength(unsigned long count, unsigned long itemSize)
+{
+    const uint64_t length = static_cast<uint64_t>(count) * itemSize;
+    return length > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<unsigned long>(length);
+}
+
+bool KeepGoing(unsigned long done, unsigned long requested)
+{
+    return !transferCallBack || transferCallBack(done, requested);
+}
+
+// Moves `length` bytes through the handle in as many calls as the system needs; stops at an
+// error, at the end of the file, or when the callback (if `reported`) says so.
+template <typename Bytes, typename Call>
+unsigned long MoveAll(int handle, Bytes * data, unsigned long length, Call call, bool reported)
+{
+    unsigned long done = 0;
+    while (done < length)
+    {
+        const int moved = call(handle, data + done, static_cast<uint32_t>(length - done));
+        if (moved <= 0)
+            break;
+        done += static_cast<unsigned long>(moved);
+        if (reported && !KeepGoing(done, length))
+            break;
+    }
+    return done;
+}
+
+// A scratch area on the stack when small, from the allocator when not.
+class Scratch
+{
+public:
+    explicit Scratch(size_t bytes)
+        : data(bytes <= sizeof(local)
+                   ? local
+                   : static_cast<unsigned char *>(Alloc::New(static_cast<unsigned>(bytes))))
+    {
+    }
+    ~Scratch()
+    {
+        if (data != local)
+            Alloc::Delete(data);
+    }
+    Scratch(const Scratch &) = delete;
+    Scratch & operator=(const Scratch &) = delete;
+
+    template <typename T>
+    T * As()
+    {
+        return reinterpret_cast<T *>(data);
+    }
+
+private:
+    alignas(wchar_t) unsigned char local[8192];
+    unsigned char * data;
+};
+
+uint32_t GetLittleEndian32(const unsigned char * in)
+{
+    return CRuntime::GetLittleEndian32(in);
+}
+} // namespace
+
+#define FILE_THROW(...) throw FileEx(module, __LINE__, __VA_ARGS__)
+
+const ResultTable File::results[] = {
+    {"RES_UNKNOWN", "Unknown file error"},
+    {"RES_FILENOTFOUND", "File not found"},
+    {"RES_ALREADYOPEN", "File is already open"},
+    {"RES_MODENOTSUPPORTED", "Open mode not supported"},
+    {"RES_CANTWRITECOMPRESSED", "Can't write to a compressed file"},
+    {"RES_NOTCOMPRESSED", "Can't open non-compressed as read compressed file"},
+    {"RES_SUBSTNOTFOUND", "Subst not found"},
+    // These two rows are kept exactly as callers have always seen them.
+    {"RES_FILEALREADYEXISTS", "File already exists"
+                              "RES_READONLY"},
+    {"File is read-only", nullptr},
+    {nullptr, nullptr},
+};
+
+FileEx::FileEx(const char * moduleName, int line, const char * format, ...) : Exception(moduleName, line)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    VSetReasonf(format, arguments);
+    va_end(arguments);
+}
+
+const char * FileEx::Class() const
+{
+    return "FileEx";
+}
+
+File::File()
+    : handle(-1), cursor(nullptr), buffer(static_cast<unsigned char *>(Alloc::New(BUFFER_SIZE))), buffered(0),
+      mode(0), size(unknownSize), dataStart(0), position(0), handlePosition(0), dirty(0), flags(OWNS_BUFFER),
+      substitute(nullptr), member(nullptr), encoding(ENCODING_ANSI)
+{
+    cursor = buffer;
+}
+
+File::~File()
+{
+    Close();
+    if (flags & OWNS_BUFFER)
+        Alloc::Delete(buffer);
+}
+
+unsigned int File::OpenCount()
+{
+    return openFiles;
+}
+
+void File::SetCallBack(bool (*callBack)(unsigned long, unsigned long))
+{
+    transferCallBack = callBack;
+}
+
+void File::SetLog(bool on)
+{
+    logOpens = on;
+}
+
+void File::ResetState(unsigned long newMode)
+{
+    cursor = buffer;
+    buffered = 0;
+    size = unknownSize;
+    dataStart = 0;
+    position = 0;
+    handlePosition = 0;
+    dirty = 0;
+    substitute = nullptr;
+    member = nullptr;
+    flags &= ~FOREIGN_HANDLE;
+    mode = static_cast<uint32_t>(newMode);
+}
+
+File::Result File::Open(const char * name, unsigned long newMode, int newEncoding)
+{
+    PString prefix;
+    const char * rest = name;
+    FileSubstitute::SplitPrefix(name, prefix, rest);
+    return Open(prefix, rest, newMode, newEncoding);
+}
+
+File::Result File::Open(const PString & subst, const char * name, unsigned long newMode, int newEncoding)
+{
+    encoding = newEncoding ? newEncoding : ENCODING_ANSI;
+    if (IsOpen())
+        return RES_ALREADYOPEN;
+    ResetState(newMode);
+    if ((mode & MODE_EXTRA_MASK) == MODE_UNSUPPORTED)
+        return RES_MODENOTSUPPORTED;
+    if (Creates(mode))
+        size = 0;
+    if (!name || strlen(name) >= MAX_PATH_LENGTH)
+        return Fail(RES_FILENOTFOUND);
+    FileSubstitute * entry = FileSubstitute::Find(subst);
+    const Result opened = entry ? OpenThroughSubst(entry, name) : OpenDisk(name);
+    if (opened != RES_OK)
+        return Fail(opened);
+    return FinishOpen();
+}
+
+File::Result File::OpenThroughSubst(FileSubstitute * entry, const char * name)
+{
+    substitute = entry;
+    if (mode & MODE_READ_MASK)
+        return entry->OpenRead(*this, name) && IsOpen() ? RES_OK : RES_FILENOTFOUND;
+    if (entry->OpenWrite(*this, name) && IsOpen())
+        return RES_OK;
+    return (mode & MODE_CREATE_MASK) == MODE_CREATE_NEW ? RES_FILEALREADYEXISTS : RES_FILENOTFOUND;
+}
+
+File::Result File::OpenDisk(const char * name)
+{
+    if (AttachDisk(name))
+        return RES_OK;
+    return (mode & MODE_CREATE_MASK) == MODE_CREATE_NEW ? RES_FILEALREADYEXISTS : RES_FILENOTFOUND;
+}
+
+bool File::AttachDisk(const char * fullName)
+{
+    handle = FilePlatform::Open(fullName, RequestFor(mode));
+    handlePosition = 0;
+    path = fullName;
+    return IsOpen();
+}
+
+File::Result File::FinishOpen()
+{
+    const unsigned long reading = mode & MODE_READ_MASK;
+    if (!Creates(mode) && (reading == MODE_READ || reading == MODE_READ_COMPRESSED))
+    {
+        const Result detected = DetectCompression();
+        if (detected != RES_OK)
+            return Fail(detected);
+    }
+    if (Creates(mode) && reading == MODE_READ)
+        mode = (mode & ~MODE_READ_MASK) | MODE_READ_PLAIN;
+    if ((mode & MODE_CREATE_MASK) == MODE_APPEND)
+        SeekEnd(0);
+    ++openFiles;
+    if (logOpens)
+    {
+        char line[MAX_PATH_LENGTH + 64];
+        snprintf(line, sizeof(line), "File::Open(%s) mode %04lx\n", path.Text(),
+                 static_cast<unsigned long>(mode));
+        Debugger::Output(line);
+    }
+    return RES_OK;
+}
+
+// A "CFIL" header makes the file compressed; anything else stays in the buffer as the first data.
+File::Result File::DetectCompression()
+{
+    const unsigned storedVersion = member ? member->StoredVersion() : 0;
+    const uint32_t headerLength = storedVersion == 257 ? 4 : 12;
+    PlaceHandle(dataStart);
+    const int got = FilePlatform::Read(handle, buffer, headerLength);
+    if (got < 0)
+        return RES_UNKNOWN;
+    handlePosition += static_cast<uint32_t>(got);
+    const bool full = static_cast<uint32_t>(got) == headerLength;
+    if (!full || memcmp(buffer, "CFIL", 4) != 0)
+    {
+        if (full && (mode & MODE_READ_MASK) == MODE_READ_COMPRESSED)
+            return RES_NOTCOMPRESSED;
+        mode = (mode & ~MODE_READ_MASK) | MODE_READ_PLAIN;
+        buffered = static_cast<uint32_t>(got);
+        return RES_OK;
+    }
+    if (mode & MODE_WRITE_MASK)
+        return RES_CANTWRITECOMPRESSED;
+    mode = (mode & ~MODE_READ_MASK) | MODE_READ_COMPRESSED;
+    const uint32_t version = storedVersion ? storedVersion : GetLittleEndian32(buffer + 4);
+    if (headerLength == 12 && version >= 257)
+        size = GetLittleEndian32(buffer + 8);
+    dataStart += headerLength;
+    return RES_OK;
+}
+
+// A failed open leaves the object closed and reusable.
+File::Result File::Fail(Result result)
+{
+    if (IsOpen())
+    {
+        if (member)
+            member->Close(*this);
+        else if (!(flags & FOREIGN_HANDLE))
+            FilePlatform::Close(handle);
+    }
+    handle = -1;
+    if (logOpens)
+    {
+        char line[MAX_PATH_LENGTH + 64];
+        snprintf(line, sizeof(line), "File::Open(%s) failed: %s\n", path.Text(), result.Message());
+        Debugger::Output(line);
+    }
+    ResetState(mode);
+    return result;
+}
+
+unsigned long File::Close()
+{
+    if (!IsOpen())
+        return 0;
+    Flush();
+    if (member)
+        member->Close(*this);
+    else if (!(flags & FOREIGN_HANDLE))
+        FilePlatform::Close(handle);
+    handle = -1;
+    --openFiles;
+    ResetState(mode);
+    return 0;
+}
+
+void File::Commit()
+{
+    if (!IsOpen() || !dirty)
+        return;
+    Flush();
+    FilePlatform::Commit(handle);
+}
+
+void File::CheckReadable(int line) const
+{
+    if (!IsOpen())
+        throw FileEx(module, line, "Read() File is not open");
+    if (!(mode & MODE_READ_MASK))
+        throw FileEx(module, line, "Read() File not open for reading");
+}
+
+void File::CheckWritable(int line) const
+{
+    if (!IsOpen())
+        throw FileEx(module, line, "Write() File not open");
+    if (!(mode & MODE_WRITE_MASK))
+        throw FileEx(module, line, "Write() File not open for writing");
+}
+
+bool File::PlaceHandle(uint32_t physical)
+{
+    if (handlePosition == physical)
+        return true;
+    if (FilePlatform::Seek(handle, physical, SEEK_SET) != static_cast<int64_t>(physical))
+        return false;
+    handlePosition = physical;
+    return true;
+}
+
+void File::DropReadAhead()
+{
+    cursor = buffer;
+    buffered = 0;
+}
+
+bool File::Flush()
+{
+    if (!dirty)
+        return true;
+    const uint32_t pending = dirty;
+    dirty = 0;
+    DropReadAhead();
+    if (!PlaceHandle(dataStart + position - pending))
+        return false;
+    const unsigned long written = MoveAll(handle, buffer, pending, FilePlatform::Write, false);
+    handlePosition += static_cast<uint32_t>(written);
+    return written == pending;
+}
+
+bool File::Refill()
+{
+    DropReadAhead();
+    if (position >= Size())
+        return false;
+    const uint32_t left = Size() - position;
+    const uint32_t wanted = left < BUFFER_SIZE ? left : static_cast<uint32_t>(BUFFER_SIZE);
+    if (!PlaceHandle(dataStart + position))
+        return false;
+    const int got = FilePlatform::Read(handle, buffer, wanted);
+    if (got <= 0)
+        return false;
+    buffered = static_cast<uint32_t>(got);
+    handlePosition += buffered;
+    return KeepGoing(buffered, wanted);
+}
+
+unsigned long File::ReadDirect(unsigned char * data, unsigned long length)
+{
+    const unsigned long available = position < Size() ? Size() - position : 0;
+    const unsigned long wanted = length < available ? length : available;
+    if (!PlaceHandle(dataStart + position))
+        return 0;
+    const unsigned long done = MoveAll(handle, data, wanted, FilePlatform::Read, true);
+    handlePosition += static_cast<uint32_t>(done);
+    position += static_cast<uint32_t>(done);
+    return done;
+}
+
+unsigned long File::Read(void * data, unsigned long count, unsigned long itemSize)
+{
+    CheckReadable(__LINE__);
+    if (!Flush())
+        return 0;
+    const unsigned long total = TransferLength(count, itemSize);
+    auto * out = static_cast<unsigned char *>(data);
+    unsigned long done = 0;
+    while (done < total)
+    {
+        const unsigned long available = Buffered();
+        if (available)
+        {
+            const unsigned long take = total - done < available ? total - done : available;
+            memcpy(out + done, cursor, take);
+            cursor += take;
+            position += static_cast<uint32_t>(take);
+            done += take;
+        }
+        else if (total - done >= BUFFER_SIZE && !IsCompressed())
+        {
+            done += ReadDirect(out + done, total - done);
+            break;
+        }
+        else if (!Refill())
+        {
+            break;
+        }
+    }
+    return itemSize ? done / itemSize : 0;
+}
+
+unsigned long File::WriteDirect(const unsigned char * data, unsigned long length)
+{
+    if (!PlaceHandle(dataStart + position))
+        return 0;
+    const unsigned long done = MoveAll(handle, data, length, FilePlatform::Write, true);
+    handlePosition += static_cast<uint32_t>(done);
+    position += static_cast<uint32_t>(done);
+    if (position > size)
+        size = position;
+    return done;
+}
+
+unsigned long File::Write(const void * data, unsigned long count, unsigned long itemSize)
+{
+    CheckWritable(__LINE__);
+    // The size must be known before writes start moving the end of the file.
+    Size();
+    if (!dirty)
+        DropReadAhead();
+    const unsigned long total = TransferLength(count, itemSize);
+    const auto * in = static_cast<const unsigned char *>(data);
+    unsigned long done = 0;
+    while (done < total)
+    {
+        if (total - done >= BUFFER_SIZE || dirty == BUFFER_SIZE)
+        {
+            if (Flush())
+                done += WriteDirect(in + done, total - done);
+            break;
+        }
+        const unsigned long room = BUFFER_SIZE - dirty;
+        const unsigned long take = total - done < room ? total - done : room;
+        memcpy(buffer + dirty, in + done, take);
+        dirty += static_cast<uint32_t>(take);
+        buffered = dirty;
+        cursor = buffer + dirty;
+        position += static_cast<uint32_t>(take);
+        if (position > size)
+            size = position;
+        done += take;
+        if (dirty == BUFFER_SIZE && !Flush())
+            break;
+    }
+    return itemSize ? done / itemSize : 0;
+}
+
+void File::SafeRead(void * data, unsigned long count, unsigned long itemSize)
+{
+    if (Read(data, count, itemSize) != count)
+        FILE_THROW("SafeRead(buffer,%u,%u) failed to read all data", static_cast<unsigned>(count),
+                   static_cast<unsigned>(itemSize));
+}
+
+void File::SafeWrite(const void * data, unsigned long count, unsigned long itemSize)
+{
+    if (Write(data, count, itemSize) != count)
+        FILE_THROW("SafeWrite(buffer,%u,%u) failed to write all data", static_cast<unsigned>(count),
+                   static_cast<unsigned>(itemSize));
+}
+
+bool File::Read(long & value)
+{
+    int32_t stored = 0;
+    const bool done = ReadItem(stored);
+    value = stored;
+    return done;
+}
+
+bool File::Read(unsigned long & value)
+{
+    uint32_t stored = 0;
+    const bool done = ReadItem(stored);
+    value = stored;
+    return done;
+}
+
+unsigned int File::ReadRaw(void * data, unsigned int length)
+{
+    return static_cast<unsigned int>(Read(data, length, 1));
+}
+
+unsigned int File::WriteRaw(const void * data, unsigned int length)
+{
+    return static_cast<unsigned int>(Write(data, length, 1));
+}
+
+bool File::Read(AnsiString & text)
+{
+    return text.Read(*this);
+}
+
+bool File::Read(String & text)
+{
+    return text.Read(*this);
+}
+
+bool File::Read(UnicodeString & text)
+{
+    return text.Read(*this);
+}
+
+bool File::Read(PString & text)
+{
+    return text.Read(*this);
+}
+
+bool File::Write(const AnsiString & text)
+{
+    return text.Write(*this);
+}
+
+bool File::Write(const String & text)
+{
+    return text.Write(*this);
+}
+
+bool File::Write(const UnicodeString & text)
+{
+    return text.Write(*this);
+}
+
+bool File::Write(const PString & text)
+{
+    return text.Write(*this);
+}
+
+namespace
+{
+void BlockHeader(unsigned char * header, const char * id, unsigned long length)
+{
+    memset(header, 0, 4);
+    for (int i = 0; i < 4 && id && id[i]; ++i)
+        header[i] = static_cast<unsigned char>(id[i]);
+    CRuntime::PutLittleEndian32(header + 4, static_cast<uint32_t>(length));
+}
+} // namespace
+
+bool File::ReadBlock(const char * id, void * data, unsigned long length)
+{
+    unsigned char expected[8];
+    unsigned char stored[8];
+    BlockHeader(expected, id, length);
+    if (Read(stored, 1, sizeof(stored)) != 1 || memcmp(stored, expected, sizeof(stored)) != 0)
+        return false;
+    return Read(data, 1, length) == (length ? 1u : 0u);
+}
+
+bool File::WriteBlock(const char * id, const void * data, unsigned long length)
+{
+    unsigned char header[8];
+    BlockHeader(header, id, length);
+    return Write(header, 1, sizeof(header)) == 1 && Write(data, 1, length) == (length ? 1u : 0u);
+}
+
+// Copies whole units up to and including a line feed, at most `limit` bytes; a line that does
+// not fit is read on to its end and dropped, so the next call starts on the next line.
+unsigned long File::ReadLineBytes(unsigned char * out, unsigned long limit, unsigned unitSize)
+{
+    CheckReadable(__LINE__);
+    if (!Flush())
+        return 0;
+    unsigned long stored = 0;
+    bool ended = false;
+    unsigned char unit[2] = {0, 0};
+    while (!ended && Read(unit, 1, unitSize) == 1)
+    {
+        ended = unit[0] == '\n' && (unitSize == 1 || unit[1] == 0);
+        if (stored + unitSize <= limit)
+        {
+            memcpy(out + stored, unit, unitSize);
+            stored += unitSize;
+        }
+        if (unitSize == 1 && !ended && stored < limit)
+        {
+            // Fast path: take the rest of the buffered line in one step.
+            const unsigned long available = Buffered();
+            const unsigned long room = limit - stored;
+            const unsigned long span = available < room ? available : room;
+            const auto * feed = static_cast<const unsigned char *>(memchr(cursor, '\n', span));
+            const unsigned long take = feed ? static_cast<unsigned long>(feed - cursor) + 1 : span;
+            memcpy(out + stored, cursor, take);
+            cursor += take;
+            position += static_cast<uint32_t>(take);
+            stored += take;
+            ended = feed != nullptr;
+        }
+    }
+    return stored;
+}
+
+unsigned long File::ReadLine(void * out, unsigned long length, int lineEncoding)
+{
+    if (length < 2)
+        return 0;
+    if ((lineEncoding ? lineEncoding : encoding) == ENCODING_UTF16)
+        return ReadLineUtf16(static_cast<char *>(out), length);
+    auto * text = static_cast<unsigned char *>(out);
+    const unsigned long stored = ReadLineBytes(text, length - 2, 1);
+    text[stored] = 0;
+    return stored;
+}
+
+unsigned long File::ReadLineUtf16(char * out, unsigned long length)
+{
+    const unsigned long temporaryBytes = length > lineTemporaryBytes ? length + 2 : lineTemporaryBytes;
+    const unsigned long units = temporaryBytes / 2 - 1;
+    Scratch stored(units * 2 + 2);
+    Scratch wide((units + 1) * sizeof(wchar_t));
+    const unsigned long bytes = ReadLineBytes(stored.As<unsigned char>(), units * 2, 2);
+    const size_t characters =
+        CRuntime::DecodeUtf16(stored.As<unsigned char>(), bytes / 2, wide.As<wchar_t>());
+    wide.As<wchar_t>()[characters] = 0;
+    const size_t converted = wcstombs(out, wide.As<wchar_t>(), length - 1);
+    if (converted == static_cast<size_t>(-1))
+    {
+        out[0] = 0;
+        return 0;
+    }
+    out[converted] = 0;
+    return static_cast<unsigned long>(converted);
+}
+
+unsigned long File::WriteLine(const char * text, int lineEncoding)
+{
+    if (!text || !*text)
+        return 0;
+    if ((lineEncoding ? lineEncoding : encoding) == ENCODING_UTF16)
+        return WriteLineUtf16(text);
+    return Write(text, static_cast<unsigned long>(strlen(text)), 1);
+}
+
+unsigned long File::WriteLineUtf16(const char * text)
+{
+    const size_t characters = mbstowcs(nullptr, text, 0);
+    if (characters == static_cast<size_t>(-1))
+        return 0;
+    Scratch wide((characters + 1) * sizeof(wchar_t));
+    mbstowcs(wide.As<wchar_t>(), text, characters + 1);
+    const size_t units = CRuntime::Utf16Units(wide.As<wchar_t>(), characters);
+    Scratch encoded(units * 2);
+    CRuntime::EncodeUtf16(wide.As<wchar_t>(), characters, encoded.As<unsigned char>());
+    return Write(encoded.As<unsigned char>(), static_cast<unsigned long>(units * 2), 1);
+}
+
+unsigned long File::Seek(long offset, FileSeek origin)
+{
+    if ((mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED)
+        FILE_THROW("Seek() Can't seek writing compressed file");
+    int64_t target;
+    switch (origin)
+    {
+    case FROM_START:
+        target = offset;
+        break;
+    case FROM_CURRENT:
+        target = static_cast<int64_t>(position) + offset;
+        break;
+    case FROM_END:
+        target = static_cast<int64_t>(Size()) - offset;
+        break;
+    default:
+        return 0xFFFFFFFF;
+    }
+    if (target < 0 || target >= static_cast<int64_t>(unknownSize))
+        FILE_THROW("Seek() Position %lld is outside the file", static_cast<long long>(target));
+    Flush();
+    position = static_cast<uint32_t>(target);
+    DropReadAhead();
+    return position;
+}
+
+unsigned long File::Size()
+{
+    if (size != unknownSize)
+        return size;
+    const int64_t length = IsOpen() ? FilePlatform::Length(handle) : -1;
+    if (length < 0)
+        FILE_THROW("Size() failed to get file length");
+    const int64_t logical = length - dataStart;
+    size = logical < 0 ? 0 : logical >= unknownSize ? unknownSize - 1 : static_cast<uint32_t>(logical);
+    return size;
+}
+
+int File::DetectEncoding()
+{
+    const unsigned long start = Tell();
+    unsigned char mark[2];
+    if (Read(mark, 1, 2) == 1 && mark[0] == 0xFF && mark[1] == 0xFE)
+    {
+        encoding = ENCODING_UTF16;
+        return encoding;
+    }
+    SeekSet(static_cast<long>(start));
+    encoding = ENCODING_ANSI;
+    return encoding;
+}
+
+void File::SetBuffer(void * newBuffer)
+{
+    Flush();
+    if (flags & OWNS_BUFFER)
+        Alloc::Delete(buffer);
+    flags &= ~OWNS_BUFFER;
+    buffer = static_cast<unsigned char *>(newBuffer);
+    DropReadAhead();
+}
+
+bool File::GetStamp(Time & stamp)
+{
+    return IsOpen() && FilePlatform::GetStamp(handle, stamp.ticks);
+}
+
+bool File::SetStamp(const Time & stamp)
+{
+    return IsOpen() && Flush() && FilePlatform::SetStamp(handle, stamp.ticks);
+}
+
+File::Time File::Time::FromUnixSeconds(int64_t seconds)
+{
+    Time time;
+    time.ticks = static_cast<uint64_t>(seconds + 11644473600LL) * 10000000ULL;
+    return time;
+}
+
+int64_t File::Time::UnixSeconds() const
+{
+    return static_cast<int64_t>(ticks / 10000000ULL) - 11644473600LL;
+}
+
+File::Entry::Entry() : size(0), attributes(0), reserved(0)
+{
+    memset(name, 0, sizeof(name));
+    memset(times, 0, sizeof(times));
+}
+
+File::Time File::Entry::GetStamp() const
+{
+    Time stamp;
+    stamp.ticks = GetLittleEndian32(times) | static_cast<uint64_t>(GetLittleEndian32(times + 4)) << 32;
+    return stamp;
+}
+
+void File::Entry::SetStamp(const Time & modified, const Time & created)
+{
+    CRuntime::PutLittleEndian32(times, static_cast<uint32_t>(modified.ticks));
+    CRuntime::PutLittleEndian32(times + 4, static_cast<uint32_t>(modified.ticks >> 32));
+    CRuntime::PutLittleEndian32(times + 8, static_cast<uint32_t>(created.ticks));
+    CRuntime::PutLittleEndian32(times + 12, static_cast<uint32_t>(created.ticks >> 32));
+}
+} // namespace Kiv

@@ -1,0 +1,185 @@
+// Directory search: names matching a wildcard, in one directory or in every directory of a
+// substitution in the list's order, newest first; a name already found in a newer place is
+// not reported again from an older one.
+#include "File.h"
+
+#include "FilePlatform.h"
+#include "FileSub.h"
+#include "FileSubstList.h"
+#include "PString.h"
+#include "SyncObject.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace Kiv
+{
+namespace
+{
+const char module[] = "Corestone/FileFind";
+
+FilePlatform::DirectoryWalk * WalkOf(void * walk)
+{
+    return static_cast<FilePlatform::DirectoryWalk *>(walk);
+}
+
+bool IsDrive(const char * pattern, const char * colon)
+{
+    return colon == pattern + 1 && (colon[1] == '/' || colon[1] == '\\');
+}
+} // namespace
+
+File::Find::Find() : walk(nullptr), subst(nullptr), memberIndex(0), results(0) {}
+
+File::Find::~Find()
+{
+    Close();
+}
+
+void File::Find::Close()
+{
+    delete WalkOf(walk);
+    walk = nullptr;
+    subst = nullptr;
+    memberIndex = 0;
+    results = 0;
+}
+
+// Splits the pattern into the folder part (kept with its separator) and the name wildcard.
+void File::Find::ReduceWildcard(const char * pattern)
+{
+    wildcard.GetFileName(pattern);
+    if (wildcard.IsEmpty())
+        wildcard = "*";
+    prefix.GetPath(pattern);
+}
+
+bool File::Find::Open(const char * pattern)
+{
+    Close();
+    const char * colon = pattern ? strchr(pattern, ':') : nullptr;
+    if (colon && !IsDrive(pattern, colon))
+    {
+        char name[MAX_PATH_LENGTH];
+        const size_t length =
+            static_cast<size_t>(colon - pattern) < sizeof(name) ? colon - pattern : sizeof(name) - 1;
+        memcpy(name, pattern, length);
+        name[length] = 0;
+        return Open(colon + 1, PString(name));
+    }
+    ReduceWildcard(pattern);
+    directory = prefix;
+    return FirstDirect();
+}
+
+bool File::Find::Open(const char * pattern, const PString & substName)
+{
+    Close();
+    subst = FileSubstitute::Find(substName);
+    if (!subst)
+        throw FileEx(module, __LINE__, "Open() Subst not found");
+    ReduceWildcard(pattern);
+    folder = prefix;
+    char named[2 * MAX_PATH_LENGTH];
+    snprintf(named, sizeof(named), "%s:%s", static_cast<const char *>(substName), folder.Text());
+    prefix = named;
+    memberIndex = 0;
+    return StartMember() || NextSearch();
+}
+
+// Lists the current member's folder; false when it has none on disk.
+bool File::Find::StartMember()
+{
+    SingleLock guard(&SubstLock(), true);
+    FileSub * member = subst->Member(memberIndex);
+    return member && member->DiskName(folder, directory) && FirstDirect();
+}
+
+bool File::Find::NextSearch()
+{
+    while (subst && memberIndex + 1 < subst->Count())
+    {
+        ++memberIndex;
+        if (StartMember())
+            return true;
+    }
+    return false;
+}
+
+bool File::Find::FirstDirect()
+{
+    delete WalkOf(walk);
+    auto * listing = new FilePlatform::DirectoryWalk;
+    walk = listing;
+    return listing->Open(directory.IsEmpty() ? "." : directory.Text()) && NextDirect();
+}
+
+bool File::Find::NextDirect()
+{
+    FilePlatform::DirectoryItem item;
+    while (WalkOf(walk) && WalkOf(walk)->Next(item))
+    {
+        entry = Entry();
+        strcpy(entry.name, item.name);
+        entry.size = item.status.size > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(item.status.size);
+        Time modified;
+        Time created;
+        modified.ticks = item.status.modified;
+        created.ticks = item.status.created;
+        entry.SetStamp(modified, created);
+        entry.attributes = (item.status.hidden ? Entry::ATTRIBUTE_HIDDEN : 0) |
+                           (item.status.directory ? Entry::ATTRIBUTE_DIRECTORY : 0);
+        if (CheckFiles())
+        {
+            ++results;
+            return true;
+        }
+    }
+    return false;
+}
+
+// Whether the current item matches and is not hidden behind the same name in a newer place.
+bool File::Find::CheckFiles()
+{
+    if (!Path::IsMatch(entry.name, wildcard))
+        return false;
+    if (!subst)
+        return true;
+    Path name(folder);
+    name.AddPath(entry.name);
+    for (unsigned newer = 0; newer < memberIndex; ++newer)
+    {
+        FileSub * member = subst->Member(newer);
+        if (member && member->Exists(name))
+            return false;
+    }
+    return true;
+}
+
+bool File::Find::NextFile()
+{
+    return NextDirect() || NextSearch();
+}
+
+bool File::Find::Next()
+{
+    return NextFile();
+}
+
+File::Path File::Find::GetNameAndPath() const
+{
+    Path full(prefix);
+    full.AddPath(entry.name);
+    return full;
+}
+
+void File::Find::Dump()
+{
+    int index = 0;
+    if (!results)
+        return;
+    do
+        printf("%d. %s\n", ++index, GetNameAndPath().Text());
+    while (Next());
+}
+} // namespace Kiv

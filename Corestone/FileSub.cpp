@@ -1,0 +1,284 @@
+// Substitution members (directories and links) and the member walks of a substitution entry.
+#include "FileSub.h"
+
+#include "FilePlatform.h"
+#include "FileSubstList.h"
+#include "SyncObject.h"
+
+#include <cstring>
+
+namespace Kiv
+{
+namespace
+{
+// Links may point at each other; a walk deeper than this is a loop and finds nothing.
+const unsigned maxLinkDepth = 16;
+// Guarded by the list lock, which every walk holds.
+unsigned linkDepth = 0;
+
+class LinkDepth
+{
+public:
+    LinkDepth() { ++linkDepth; }
+    ~LinkDepth() { --linkDepth; }
+    LinkDepth(const LinkDepth &) = delete;
+    LinkDepth & operator=(const LinkDepth &) = delete;
+    bool TooDeep() const { return linkDepth > maxLinkDepth; }
+};
+} // namespace
+
+FileSub::~FileSub() = default;
+
+bool FileSub::Forget(const FileSubstitute * removed)
+{
+    return false;
+}
+
+bool FileSub::CanRead() const
+{
+    return true;
+}
+
+unsigned FileSub::StoredVersion() const
+{
+    return 0;
+}
+
+bool FileSub::DiskName(const char * name, File::Path & full) const
+{
+    return false;
+}
+
+void FileSub::Close(File & file) {}
+
+void FileSub::Lock() {}
+
+void FileSub::Unlock() {}
+
+FileSubPath::FileSubPath(const char * path, bool writable) : directory(path), writable(writable) {}
+
+bool FileSubPath::DiskName(const char * name, File::Path & full) const
+{
+    full = directory;
+    full.AddPath(name);
+    return true;
+}
+
+bool FileSubPath::OpenWrite(File & file, const char * name)
+{
+    File::Path full;
+    return DiskName(name, full) && Attach(file, full);
+}
+
+bool FileSubPath::OpenRead(File & file, const char * name)
+{
+    File::Path full;
+    return DiskName(name, full) && Attach(file, full);
+}
+
+bool FileSubPath::Exists(const char * name)
+{
+    File::Path full;
+    FilePlatform::Status status{};
+    return DiskName(name, full) && FilePlatform::GetStatus(full, status);
+}
+
+bool FileSubPath::Remove(const char * name)
+{
+    File::Path full;
+    return DiskName(name, full) && FilePlatform::RemoveFile(full);
+}
+
+bool FileSubPath::GetStamp(const char * name, File::Time & stamp)
+{
+    File::Path full;
+    FilePlatform::Status status{};
+    if (!DiskName(name, full) || !FilePlatform::GetStatus(full, status))
+        return false;
+    stamp.ticks = status.modified;
+    return true;
+}
+
+bool FileSubPath::SetStamp(const char * name, const File::Time & stamp)
+{
+    File::Path full;
+    return DiskName(name, full) && FilePlatform::SetStamp(full, stamp.ticks);
+}
+
+bool FileSubPath::IsSame(const char * path) const
+{
+    return path && strcmp(directory, path) == 0;
+}
+
+bool FileSubLink::IsReadOnly() const
+{
+    return !other->HasWritableMember();
+}
+
+bool FileSubLink::DiskName(const char * name, File::Path & full) const
+{
+    return other->DiskName(name, full, true);
+}
+
+bool FileSubLink::OpenWrite(File & file, const char * name)
+{
+    return other->OpenWrite(file, name);
+}
+
+bool FileSubLink::OpenRead(File & file, const char * name)
+{
+    return other->OpenRead(file, name);
+}
+
+bool FileSubLink::Exists(const char * name)
+{
+    return other->Exists(name);
+}
+
+bool FileSubLink::Remove(const char * name)
+{
+    return other->Remove(name);
+}
+
+bool FileSubLink::GetStamp(const char * name, File::Time & stamp)
+{
+    return other->GetStamp(name, stamp);
+}
+
+bool FileSubLink::SetStamp(const char * name, const File::Time & stamp)
+{
+    return other->SetStamp(name, stamp);
+}
+
+FileSubstitute::FileSubstitute(const PString & name)
+    : previous(nullptr), following(nullptr), name(name), members(nullptr), count(0)
+{
+}
+
+FileSubstitute::~FileSubstitute()
+{
+    Empty();
+}
+
+FileSub * FileSubstitute::Member(unsigned index) const
+{
+    FileSub * member = members;
+    for (; member && index; --index)
+        member = member->next;
+    return member;
+}
+
+void FileSubstitute::AddFront(FileSub * member)
+{
+    SingleLock guard(&SubstLock(), true);
+    member->next = members;
+    members = member;
+    ++count;
+}
+
+void FileSubstitute::AddBack(FileSub * member)
+{
+    SingleLock guard(&SubstLock(), true);
+    FileSub ** end = &members;
+    while (*end)
+        end = &(*end)->next;
+    member->next = nullptr;
+    *end = member;
+    ++count;
+}
+
+void FileSubstitute::Empty()
+{
+    SingleLock guard(&SubstLock(), true);
+    while (members)
+    {
+        FileSub * member = members;
+        members = member->next;
+        --count;
+        delete member;
+    }
+}
+
+void FileSubstitute::Forget(const FileSubstitute * removed)
+{
+    SingleLock guard(&SubstLock(), true);
+    for (FileSub ** link = &members; *link;)
+    {
+        FileSub * member = *link;
+        if (member->Forget(removed))
+        {
+            *link = member->next;
+            --count;
+            delete member;
+        }
+        else
+        {
+            link = &member->next;
+        }
+    }
+}
+
+template <typename Step>
+bool FileSubstitute::Walk(bool forWriting, Step step)
+{
+    SingleLock guard(&SubstLock(), true);
+    const LinkDepth depth;
+    if (depth.TooDeep())
+        return false;
+    for (FileSub * member = members; member; member = member->next)
+    {
+        const bool usable = forWriting ? !member->IsReadOnly() : member->CanRead();
+        if (usable && step(member))
+            return true;
+    }
+    return false;
+}
+
+bool FileSubstitute::OpenRead(File & file, const char * name)
+{
+    return Walk(false, [&](FileSub * member) { return member->OpenRead(file, name); });
+}
+
+bool FileSubstitute::OpenWrite(File & file, const char * name)
+{
+    return Walk(true, [&](FileSub * member) { return member->OpenWrite(file, name); });
+}
+
+bool FileSubstitute::Exists(const char * name)
+{
+    return Walk(false, [&](FileSub * member) { return member->Exists(name); });
+}
+
+bool FileSubstitute::Remove(const char * name)
+{
+    return Walk(true, [&](FileSub * member) { return member->Remove(name); });
+}
+
+bool FileSubstitute::GetStamp(const char * name, File::Time & stamp)
+{
+    return Walk(false, [&](FileSub * member) { return member->GetStamp(name, stamp); });
+}
+
+bool FileSubstitute::SetStamp(const char * name, const File::Time & stamp)
+{
+    return Walk(true, [&](FileSub * member) { return member->SetStamp(name, stamp); });
+}
+
+bool FileSubstitute::DiskName(const char * name, File::Path & full, bool forWriting)
+{
+    const bool existing =
+        Walk(false,
+             [&](FileSub * member)
+             {
+                 FilePlatform::Status status{};
+                 return member->DiskName(name, full) && FilePlatform::GetStatus(full, status);
+             });
+    return existing ||
+           (forWriting && Walk(true, [&](FileSub * member) { return member->DiskName(name, full); }));
+}
+
+bool FileSubstitute::HasWritableMember()
+{
+    return Walk(true, [](FileSub *) { return true; });
+}
+} // namespace Kiv

@@ -1,0 +1,231 @@
+#include "File.h"
+#include "FileSub.h"
+#include "PString.h"
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+using Kiv::File;
+using Kiv::PString;
+using TestSupport::TempDir;
+
+namespace
+{
+void Put(const std::string & name, const std::string & text)
+{
+    TestSupport::WriteBytes(name, std::vector<unsigned char>(text.begin(), text.end()));
+}
+
+std::string Contents(File & file)
+{
+    char text[64] = {};
+    file.Read(text, 1, sizeof(text) - 1);
+    return text;
+}
+
+// Each test uses its own substitution names and removes them when done.
+class Substs
+{
+public:
+    explicit Substs(std::vector<const char *> names) : names(std::move(names)) {}
+    ~Substs()
+    {
+        for (const char * name : names)
+            File::Subst(PString(name), nullptr);
+    }
+    Substs(const Substs &) = delete;
+    Substs & operator=(const Substs &) = delete;
+
+private:
+    std::vector<const char *> names;
+};
+
+std::string Folder(const TempDir & dir, const char * name)
+{
+    const std::string folder = dir / name;
+    File::Md(folder.c_str());
+    return folder + "/";
+}
+} // namespace
+
+TEST(FileSubst, NewestPlaceFirstLinksLast)
+{
+    TempDir dir;
+    const Substs cleanup({"sTex", "sBase"});
+    const std::string older = Folder(dir, "older");
+    const std::string newer = Folder(dir, "newer");
+    const std::string base = Folder(dir, "base");
+    Put(older + "both.txt", "older");
+    Put(newer + "both.txt", "newer");
+    Put(older + "only.txt", "only");
+    Put(base + "both.txt", "base");
+    Put(base + "base.txt", "from base");
+
+    const PString tex("sTex");
+    EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::SubstExists(tex));
+    File::Subst(tex, older.c_str());
+    File::Subst(PString("sBase"), base.c_str());
+    File::SubstLink(tex, PString("sBase"));
+    File::Subst(tex, newer.c_str());
+    EXPECT_EQ(File::RES_OK, File::SubstExists(tex));
+    EXPECT_EQ(3u, Kiv::FileSubstitute::Find(tex)->Count());
+
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open("sTex:both.txt", File::MODE_READ));
+    EXPECT_EQ("newer", Contents(file));
+    EXPECT_EQ(newer + "both.txt", file.Name());
+    file.Close();
+    ASSERT_EQ(File::RES_OK, file.Open(tex, "/only.txt", File::MODE_READ));
+    EXPECT_EQ("only", Contents(file));
+    file.Close();
+    // The link is searched after the directory added after it.
+    ASSERT_EQ(File::RES_OK, file.Open("sTex:base.txt", File::MODE_READ));
+    EXPECT_EQ("from base", Contents(file));
+    file.Close();
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sTex:none.txt", File::MODE_READ));
+
+    EXPECT_EQ(File::RES_OK, File::Exists("sTex:base.txt"));
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists(tex, "none.txt"));
+    File::Path found;
+    EXPECT_EQ(File::RES_OK, File::ExistsIgnoreCase("sTex:ONLY.TXT", found));
+    EXPECT_EQ(older + "only.txt", found.Text());
+
+    // Removing the linked substitution takes the link with it.
+    File::Subst(PString("sBase"), nullptr);
+    EXPECT_EQ(2u, Kiv::FileSubstitute::Find(tex)->Count());
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sTex:base.txt", File::MODE_READ));
+    File::Subst(tex, nullptr);
+    EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::SubstExists(tex));
+    File::Subst(tex, nullptr);
+}
+
+TEST(FileSubst, WritingAndFallbacks)
+{
+    TempDir dir;
+    const Substs cleanup({"sOut"});
+    const std::string readOnly = Folder(dir, "readonly");
+    const std::string writable = Folder(dir, "writable");
+    const PString out("sOut");
+    File::Subst(out, writable.c_str(), true);
+    File::Subst(out, readOnly.c_str(), false);
+
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open("sOut:made.txt", File::MODE_WRITE | File::MODE_CREATE));
+    file.Write("made", 4, 1);
+    file.Close();
+    EXPECT_EQ(File::RES_OK, File::Exists((writable + "made.txt").c_str()));
+    EXPECT_TRUE(File::Md("sOut:sub/deeper"));
+    EXPECT_EQ(File::RES_OK, File::Exists((writable + "sub/deeper").c_str()));
+    EXPECT_TRUE(File::Rename("sOut:made.txt", "sOut:sub/renamed.txt"));
+    File::Time stamp = File::Time::FromUnixSeconds(1500000000);
+    File::SetStamp(stamp, "sOut:sub/renamed.txt");
+    File::Time back;
+    EXPECT_TRUE(File::GetStamp(back, out, "sub/renamed.txt"));
+    EXPECT_EQ(stamp, back);
+    EXPECT_TRUE(File::Remove("sOut:sub/renamed.txt"));
+    EXPECT_TRUE(File::Prune("sOut:sub"));
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists((writable + "sub").c_str()));
+
+    // A name with no substitution entry opens the name after the colon as it stands.
+    const std::string plain = dir / "plain.txt";
+    Put(plain, "plain");
+    ASSERT_EQ(File::RES_OK, file.Open(PString("sUnknown"), plain.c_str(), File::MODE_READ));
+    EXPECT_EQ("plain", Contents(file));
+    file.Close();
+    EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::CheckWriteMode(PString("sUnknown"), "x"));
+
+    try
+    {
+        File::SubstLink(out, PString("sMissing"));
+        ADD_FAILURE() << "no exception";
+    }
+    catch (const Kiv::FileEx & failure)
+    {
+        EXPECT_STREQ("SubstLink(sOut,sMissing) Other subst (sMissing) not found", failure.Reason());
+        EXPECT_STREQ("Corestone/FileSubstList", failure.File());
+    }
+}
+
+TEST(FileSubst, PrefixRules)
+{
+    TempDir dir;
+    const Substs cleanup({"q", "sPre"});
+    File::Subst(PString("q"), Folder(dir, "q").c_str());
+    File::Subst(PString("sPre"), Folder(dir, "pre").c_str());
+    EXPECT_EQ(nullptr, File::Path::GetSubst("c:\\x"));
+    EXPECT_EQ(nullptr, File::Path::GetSubst("plain.txt"));
+    EXPECT_EQ(Kiv::FileSubstitute::Find(PString("sPre")), File::Path::GetSubst("sPre:x"));
+    EXPECT_EQ(nullptr, File::Path::GetSubst("sNone:x"));
+    // A one-letter prefix without a slash names a substitution for the path, not for Open.
+    EXPECT_EQ(Kiv::FileSubstitute::Find(PString("q")), File::Path("q:x").GetSubst());
+    Put(dir / "q/x", "in q");
+    File file;
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("q:x", File::MODE_READ));
+}
+
+TEST(FileSubst, LinkLoopsFindNothing)
+{
+    TempDir dir;
+    const Substs cleanup({"sLoopA", "sLoopB"});
+    File::Subst(PString("sLoopA"), Folder(dir, "a").c_str());
+    File::SubstLink(PString("sLoopB"), PString("sLoopA"));
+    File::SubstLink(PString("sLoopA"), PString("sLoopB"));
+    File file;
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sLoopB:none", File::MODE_READ));
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists("sLoopA:none"));
+}
+
+TEST(FileFind, DirectoriesAndSubstitutions)
+{
+    TempDir dir;
+    const Substs cleanup({"sFind"});
+    const std::string first = Folder(dir, "first");
+    const std::string second = Folder(dir, "second");
+    Put(first + "a.tga", "1");
+    Put(first + "b.dds", "1");
+    Put(first + "c.txt", "1");
+    Put(second + "a.tga", "2");
+    Put(second + "d.tga", "2");
+    Folder(dir, "first/sub");
+
+    File::Find find;
+    std::multiset<std::string> names;
+    for (bool more = find.Open((first + "*.tga;*.dds").c_str()); more; more = find.Next())
+        names.insert(find.GetNameAndPath().Text());
+    EXPECT_EQ((std::multiset<std::string>{first + "a.tga", first + "b.dds"}), names);
+
+    find.Open((first + "*").c_str());
+    unsigned directories = 0;
+    unsigned count = 0;
+    do
+    {
+        ++count;
+        directories += find.Current().IsDir() ? 1 : 0;
+    } while (find.Next());
+    EXPECT_EQ(4u, count);
+    EXPECT_EQ(1u, directories);
+
+    File::Subst(PString("sFind"), first.c_str());
+    File::Subst(PString("sFind"), second.c_str());
+    names.clear();
+    for (bool more = find.Open("sFind:*.tga"); more; more = find.Next())
+        names.insert(find.GetNameAndPath().Text());
+    EXPECT_EQ((std::multiset<std::string>{"sFind:/a.tga", "sFind:/d.tga"}), names);
+    EXPECT_FALSE(find.Open("sFind:sub/*"));
+    EXPECT_FALSE(find.Open((dir / "missing/*").c_str()));
+
+    try
+    {
+        find.Open("sNoSuch:*");
+        ADD_FAILURE() << "no exception";
+    }
+    catch (const Kiv::FileEx & failure)
+    {
+        EXPECT_STREQ("Open() Subst not found", failure.Reason());
+        EXPECT_STREQ("Corestone/FileFind", failure.File());
+    }
+}

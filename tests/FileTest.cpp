@@ -1,0 +1,582 @@
+#include "File.h"
+#include "PString.h"
+#include "String.h"
+#include "TestSupport.h"
+#include "UnicodeString.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#if defined(_WIN32)
+#include <process.h>
+#include <windows.h>
+#else
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+extern char ** environ;
+#endif
+
+using Kiv::File;
+using TestSupport::ReadBytes;
+using TestSupport::TempDir;
+using TestSupport::WriteBytes;
+
+namespace
+{
+const unsigned long readMode = File::MODE_READ;
+const unsigned long writeMode = File::MODE_WRITE | File::MODE_CREATE;
+const unsigned long updateMode = File::MODE_WRITE | File::MODE_READ;
+
+std::vector<unsigned char> Bytes(const std::string & text)
+{
+    return {text.begin(), text.end()};
+}
+
+std::vector<unsigned char> Pattern(size_t length)
+{
+    std::vector<unsigned char> bytes(length);
+    for (size_t i = 0; i < length; ++i)
+        bytes[i] = static_cast<unsigned char>(i * 7 + i / 251);
+    return bytes;
+}
+
+template <typename Action>
+std::string ReasonOf(Action action)
+{
+    try
+    {
+        action();
+    }
+    catch (const Kiv::FileEx & failure)
+    {
+        EXPECT_STREQ("Corestone/File", failure.File());
+        EXPECT_GT(failure.Line(), 0);
+        return failure.Reason();
+    }
+    return "no exception";
+}
+} // namespace
+
+TEST(File, ResultTableKeepsItsRows)
+{
+    File::Result result = File::RES_FILEALREADYEXISTS;
+    EXPECT_STREQ("RES_FILEALREADYEXISTS", result.Identifier());
+    EXPECT_STREQ("File already existsRES_READONLY", result.Message());
+    result = File::RES_READONLY;
+    EXPECT_STREQ("File is read-only", result.Identifier());
+    EXPECT_EQ(nullptr, result.Message());
+    EXPECT_STREQ("Unknown file error", File::Result(File::RES_UNKNOWN).Message());
+    EXPECT_STREQ("Subst not found", File::Result(File::RES_SUBSTNOTFOUND).Message());
+    EXPECT_EQ(nullptr, File::results[9].identifier);
+    EXPECT_EQ(nullptr, File::Result(File::RES_OK).Row());
+}
+
+TEST(File, OpenResults)
+{
+    TempDir dir;
+    const std::string name = dir / "a.bin";
+    File file;
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(name.c_str(), readMode));
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_EQ(File::RES_MODENOTSUPPORTED, file.Open(name.c_str(), writeMode | File::MODE_UNSUPPORTED));
+
+    const unsigned int before = File::OpenCount();
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode));
+    EXPECT_EQ(before + 1, File::OpenCount());
+    EXPECT_EQ(File::RES_ALREADYOPEN, file.Open((dir / "b.bin").c_str(), writeMode));
+    EXPECT_STREQ(name.c_str(), file.Name());
+    EXPECT_EQ(3u, file.Write("abc", 3, 1));
+    file.Close();
+    EXPECT_EQ(before, File::OpenCount());
+    EXPECT_EQ(0u, file.Close());
+
+    EXPECT_EQ(File::RES_FILEALREADYEXISTS, file.Open(name.c_str(), File::MODE_WRITE | File::MODE_CREATE_NEW));
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_WRITE | File::MODE_APPEND));
+    EXPECT_EQ(3u, file.Tell());
+    file.Write("de", 2, 1);
+    file.Close();
+    EXPECT_EQ(Bytes("abcde"), ReadBytes(name));
+
+    // A created file is empty whatever was there, and reads back as plain data.
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode | File::MODE_READ));
+    EXPECT_EQ(0u, file.Size());
+    EXPECT_EQ(File::MODE_READ_PLAIN, file.GetMode() & File::MODE_READ_MASK);
+    file.Close();
+
+    // A name longer than a path holds is refused before it reaches the system.
+    const std::string longName = dir / std::string(400, 'x');
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(longName.c_str(), writeMode));
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(nullptr, readMode));
+    EXPECT_FALSE(file.IsOpen());
+    // A one-letter prefix is a drive, not a substitution: the name is opened as it stands.
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("q:no-such-file", readMode));
+}
+
+TEST(File, CompressionHeaderDetection)
+{
+    TempDir dir;
+    const std::string small = dir / "small";
+    const std::string plain = dir / "plain";
+    const std::string packed = dir / "packed";
+    WriteBytes(small, Bytes("CFIL1"));
+    WriteBytes(plain, Bytes("0123456789abcdef"));
+    std::vector<unsigned char> header = Bytes("CFIL");
+    const unsigned char words[] = {1, 1, 0, 0, 0, 0, 0, 0};
+    header.insert(header.end(), words, words + sizeof(words));
+    WriteBytes(packed, header);
+
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(small.c_str(), readMode));
+    char text[17] = {};
+    EXPECT_EQ(5u, file.Read(text, 7, 1));
+    text[5] = 0;
+    EXPECT_STREQ("CFIL1", text);
+    EXPECT_FALSE(file.IsCompressed());
+    file.Close();
+
+    ASSERT_EQ(File::RES_OK, file.Open(plain.c_str(), readMode));
+    EXPECT_EQ(16u, file.Size());
+    EXPECT_EQ(16u, file.Read(text, 2, 8) * 8);
+    file.Close();
+
+    EXPECT_EQ(File::RES_NOTCOMPRESSED, file.Open(plain.c_str(), File::MODE_READ_COMPRESSED));
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_EQ(File::RES_CANTWRITECOMPRESSED, file.Open(packed.c_str(), updateMode));
+    EXPECT_FALSE(file.IsOpen());
+    ASSERT_EQ(File::RES_OK, file.Open(packed.c_str(), readMode));
+    EXPECT_TRUE(file.IsCompressed());
+    EXPECT_EQ(0u, file.Size());
+    EXPECT_TRUE(file.Eof());
+}
+
+TEST(File, TransfersThroughAndAroundTheBuffer)
+{
+    TempDir dir;
+    const std::string name = dir / "data.bin";
+    const std::vector<unsigned char> data = Pattern(3 * File::BUFFER_SIZE + 1234);
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode));
+    // Small writes fill the buffer, a large one bypasses it.
+    EXPECT_EQ(100u, file.Write(data.data(), 100, 1));
+    EXPECT_EQ(10u, file.Write(data.data() + 100, 10, 1000));
+    EXPECT_EQ(data.size() - 10100, file.Write(data.data() + 10100, data.size() - 10100, 1));
+    EXPECT_EQ(data.size(), file.Size());
+    file.Close();
+    EXPECT_EQ(data, ReadBytes(name));
+
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
+    std::vector<unsigned char> back(data.size() + 10);
+    EXPECT_EQ(7u, file.Read(back.data(), 7, 1));
+    EXPECT_EQ(2u, file.Read(back.data() + 7, 2, File::BUFFER_SIZE));
+    const unsigned long rest = data.size() - 7 - 2 * File::BUFFER_SIZE;
+    EXPECT_EQ(rest, file.Read(back.data() + 7 + 2 * File::BUFFER_SIZE, rest + 10, 1));
+    back.resize(data.size());
+    EXPECT_EQ(data, back);
+    EXPECT_TRUE(file.Eof());
+    EXPECT_EQ(0u, file.Read(back.data(), 1, 1));
+    file.Close();
+
+    // Writing into the middle of a file that is also read keeps both views consistent.
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), updateMode));
+    unsigned char byte = 0;
+    EXPECT_TRUE(file.Read(byte));
+    EXPECT_EQ(data[0], byte);
+    file.SeekSet(5000);
+    EXPECT_TRUE(file.Write(static_cast<unsigned char>(0xAB)));
+    EXPECT_TRUE(file.Read(byte));
+    EXPECT_EQ(data[5001], byte);
+    file.SeekSet(5000);
+    EXPECT_TRUE(file.Read(byte));
+    EXPECT_EQ(0xAB, byte);
+    file.Commit();
+    file.Close();
+    EXPECT_EQ(0xAB, ReadBytes(name)[5000]);
+}
+
+TEST(File, SeekOrigins)
+{
+    TempDir dir;
+    const std::string name = dir / "seek.bin";
+    WriteBytes(name, Pattern(100));
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
+    EXPECT_EQ(100u, file.SeekEnd(0));
+    EXPECT_TRUE(file.Eof());
+    EXPECT_EQ(90u, file.SeekEnd(10));
+    unsigned char byte = 0;
+    EXPECT_TRUE(file.Read(byte));
+    EXPECT_EQ(Pattern(100)[90], byte);
+    EXPECT_EQ(81u, file.SeekCur(-10));
+    EXPECT_EQ(0xFFFFFFFFu, file.Seek(5, static_cast<File::FileSeek>(3)));
+    EXPECT_EQ(81u, file.Tell());
+    EXPECT_EQ(200u, file.SeekSet(200));
+    EXPECT_EQ(0u, file.Read(&byte, 1, 1));
+    EXPECT_NE("no exception", ReasonOf([&] { file.SeekSet(-1); }));
+    EXPECT_NE("no exception", ReasonOf([&] { file.SeekEnd(101); }));
+    EXPECT_EQ(200u, file.Tell());
+}
+
+TEST(File, MisuseThrows)
+{
+    TempDir dir;
+    const std::string name = dir / "misuse.bin";
+    WriteBytes(name, Bytes("abc"));
+    File file;
+    char data[8];
+    EXPECT_EQ("Read() File is not open", ReasonOf([&] { file.Read(data, 1, 1); }));
+    EXPECT_EQ("Write() File not open", ReasonOf([&] { file.Write(data, 1, 1); }));
+    EXPECT_EQ("Read() File is not open", ReasonOf([&] { file.ReadLine(data, sizeof(data)); }));
+    EXPECT_EQ("Size() failed to get file length", ReasonOf([&] { file.Size(); }));
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
+    EXPECT_EQ("Write() File not open for writing", ReasonOf([&] { file.Write(data, 1, 1); }));
+    EXPECT_EQ("SafeRead(buffer,2,2) failed to read all data", ReasonOf([&] { file.SafeRead(data, 2, 2); }));
+    file.Close();
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_WRITE));
+    EXPECT_EQ("Read() File not open for reading", ReasonOf([&] { file.Read(data, 1, 1); }));
+    file.Close();
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_WRITE_COMPRESSED));
+    EXPECT_EQ("Seek() Can't seek writing compressed file", ReasonOf([&] { file.SeekSet(0); }));
+}
+
+TEST(File, ReadLineEightBit)
+{
+    TempDir dir;
+    const std::string name = dir / "lines.txt";
+    WriteBytes(name, Bytes("first\r\nsecond line is long\nthird\n\nlast"));
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
+    char line[64];
+    EXPECT_EQ(0u, file.ReadLine(line, 1));
+    EXPECT_EQ(7u, file.ReadLine(line, sizeof(line)));
+    EXPECT_STREQ("first\r\n", line);
+    // Cut to length - 2, and the rest of the line dropped.
+    EXPECT_EQ(6u, file.ReadLine(line, 8));
+    EXPECT_STREQ("second", line);
+    EXPECT_EQ(6u, file.ReadLine(line, sizeof(line)));
+    EXPECT_STREQ("third\n", line);
+    EXPECT_EQ(1u, file.ReadLine(line, sizeof(line)));
+    EXPECT_EQ(4u, file.ReadLine(line, sizeof(line)));
+    EXPECT_STREQ("last", line);
+    EXPECT_EQ(0u, file.ReadLine(line, sizeof(line)));
+    EXPECT_STREQ("", line);
+}
+
+TEST(File, LongLinesAcrossBufferRefills)
+{
+    TempDir dir;
+    const std::string name = dir / "long.txt";
+    std::string text(File::BUFFER_SIZE - 3, 'a');
+    text += "\n" + std::string(50000, 'b') + "\nend\n";
+    WriteBytes(name, Bytes(text));
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
+    std::vector<char> line(60000);
+    EXPECT_EQ(File::BUFFER_SIZE - 2, file.ReadLine(line.data(), static_cast<unsigned long>(line.size())));
+    EXPECT_EQ(100u, file.ReadLine(line.data(), 102));
+    EXPECT_EQ(std::string(100, 'b'), line.data());
+    EXPECT_EQ(4u, file.ReadLine(line.data(), static_cast<unsigned long>(line.size())));
+    EXPECT_STREQ("end\n", line.data());
+}
+
+TEST(File, Utf16LinesMatchGoldenBytes)
+{
+    TempDir dir;
+    const std::string name = dir / "utf16.txt";
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode, File::ENCODING_UTF16));
+    EXPECT_EQ(File::ENCODING_UTF16, file.GetEncoding());
+    const unsigned char mark[] = {0xFF, 0xFE};
+    file.Write(mark, 1, 2);
+    EXPECT_EQ(0u, file.WriteLine(""));
+    EXPECT_EQ(24u, file.WriteLine("First line\r\n"));
+    EXPECT_EQ(14u, file.WriteLine("second\n"));
+    EXPECT_EQ(2u, file.WriteLine("ab", File::ENCODING_ANSI));
+    file.Close();
+    const std::vector<unsigned char> expected = ReadBytes(TestSupport::DataFile("Utf16Lines.txt"));
+    std::vector<unsigned char> written = ReadBytes(name);
+    ASSERT_EQ(written.size(), expected.size() + 2);
+    written.resize(expected.size());
+    EXPECT_EQ(expected, written);
+
+    ASSERT_EQ(File::RES_OK, file.Open(TestSupport::DataFile("Utf16Lines.txt").c_str(), readMode));
+    EXPECT_EQ(File::ENCODING_UTF16, file.DetectEncoding());
+    EXPECT_EQ(2u, file.Tell());
+    char line[64];
+    EXPECT_EQ(12u, file.ReadLine(line, sizeof(line)));
+    EXPECT_STREQ("First line\r\n", line);
+    EXPECT_EQ(5u, file.ReadLine(line, 6));
+    EXPECT_STREQ("secon", line);
+    EXPECT_EQ(0u, file.ReadLine(line, sizeof(line)));
+    file.Close();
+
+    // A file without the mark stays 8-bit and keeps its first bytes.
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode, File::ENCODING_UTF16));
+    file.SeekSet(2);
+    EXPECT_EQ(File::ENCODING_ANSI, file.DetectEncoding());
+    EXPECT_EQ(2u, file.Tell());
+}
+
+TEST(File, Utf16LinesOutsideAscii)
+{
+    // "é€" and a character beyond the 16-bit plane, as UTF-8 text.
+    const char * text = "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\n";
+    wchar_t probe[8];
+    if (mbstowcs(probe, "\xC3\xA9", 8) != 1)
+        GTEST_SKIP() << "the current locale does not convert UTF-8";
+    TempDir dir;
+    const std::string name = dir / "wide.txt";
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode | File::MODE_READ, File::ENCODING_UTF16));
+    EXPECT_EQ(10u, file.WriteLine(text));
+    const std::vector<unsigned char> units = {0xE9, 0x00, 0xAC, 0x20, 0x3D, 0xD8, 0x00, 0xDE, 0x0A, 0x00};
+    file.SeekSet(0);
+    char line[32];
+    EXPECT_EQ(strlen(text), file.ReadLine(line, sizeof(line)));
+    EXPECT_STREQ(text, line);
+    file.Close();
+    EXPECT_EQ(units, ReadBytes(name));
+}
+
+TEST(File, TypedValuesStringsAndBlocks)
+{
+    TempDir dir;
+    const std::string name = dir / "typed.bin";
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode));
+    EXPECT_TRUE(file.Write(static_cast<short>(-2)));
+    EXPECT_TRUE(file.Write(-3L));
+    EXPECT_TRUE(file.Write32(0x01020304u));
+    EXPECT_TRUE(file.Write(1.5f));
+    EXPECT_TRUE(file.Write(Kiv::String("text")));
+    EXPECT_TRUE(file.Write(Kiv::PString("name")));
+    EXPECT_TRUE(file.Write(Kiv::UnicodeString(L"wide")));
+    EXPECT_TRUE(file.WriteBlock("BLK", "xyz", 3));
+    file.Close();
+    const std::vector<unsigned char> bytes = ReadBytes(name);
+    ASSERT_EQ(2u + 4 + 4 + 4 + 8 + 8 + 12 + 11, bytes.size());
+    EXPECT_EQ(0xFD, bytes[2]);
+    EXPECT_EQ(0xFF, bytes[5]);
+    EXPECT_EQ(0x04, bytes[6]);
+
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
+    short s = 0;
+    long l = 0;
+    unsigned int u = 0;
+    float f = 0;
+    Kiv::String text;
+    Kiv::PString pooled;
+    Kiv::UnicodeString wide;
+    char block[3];
+    EXPECT_TRUE(file.Read(s));
+    EXPECT_TRUE(file.Read(l));
+    EXPECT_TRUE(file.Read32(u));
+    EXPECT_TRUE(file.Read(f));
+    EXPECT_TRUE(file.Read(text));
+    EXPECT_TRUE(file.Read(pooled));
+    EXPECT_TRUE(file.Read(wide));
+    EXPECT_FALSE(file.ReadBlock("OTH", block, 3));
+    file.SeekCur(-8);
+    EXPECT_TRUE(file.ReadBlock("BLK", block, 3));
+    EXPECT_EQ(-2, s);
+    EXPECT_EQ(-3L, l);
+    EXPECT_EQ(0x01020304u, u);
+    EXPECT_EQ(1.5f, f);
+    EXPECT_STREQ("text", text);
+    EXPECT_EQ(Kiv::PString("name"), pooled);
+    EXPECT_TRUE(Kiv::UnicodeString(L"wide") == wide);
+    EXPECT_EQ(0, memcmp(block, "xyz", 3));
+    EXPECT_FALSE(file.Read(s));
+}
+
+TEST(File, CallerBufferAndStamps)
+{
+    TempDir dir;
+    const std::string name = dir / "stamp.bin";
+    std::vector<unsigned char> own(File::BUFFER_SIZE);
+    File file;
+    file.SetBuffer(own.data());
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode));
+    file.Write("hello", 5, 1);
+    EXPECT_EQ(0, memcmp(own.data(), "hello", 5));
+    const File::Time stamp = File::Time::FromUnixSeconds(1000000000);
+    EXPECT_TRUE(file.SetStamp(stamp));
+    file.Close();
+    File::Time read;
+    EXPECT_TRUE(File::GetStamp(read, name.c_str()));
+    EXPECT_EQ(1000000000, read.UnixSeconds());
+    File::SetStamp(File::Time::FromUnixSeconds(2000000000), name.c_str());
+    EXPECT_TRUE(File::GetStamp(read, name.c_str()));
+    EXPECT_EQ(2000000000, read.UnixSeconds());
+    try
+    {
+        File::SetStamp(stamp, (dir / "missing").c_str());
+        ADD_FAILURE() << "no exception";
+    }
+    catch (const Kiv::FileEx & failure)
+    {
+        EXPECT_STREQ("SetStamp() failure", failure.Reason());
+    }
+}
+
+TEST(File, FileSystemOperations)
+{
+    TempDir dir;
+    const std::string deep = dir / "one/two/three";
+    EXPECT_TRUE(File::Md(deep.c_str()));
+    EXPECT_EQ(File::RES_OK, File::Exists(deep.c_str()));
+    const std::string name = deep + "/File.TXT";
+    WriteBytes(name, Bytes("x"));
+    EXPECT_EQ(File::RES_OK, File::Exists(name.c_str()));
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists((dir / "none").c_str()));
+    EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::Exists("nosuchsubst:file"));
+
+    File::Path found;
+    EXPECT_EQ(File::RES_OK, File::ExistsIgnoreCase((dir / "ONE/Two/three/file.txt").c_str(), found));
+    EXPECT_STREQ(name.c_str(), found);
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::ExistsIgnoreCase((dir / "one/two/nothing").c_str(), found));
+
+    const std::string other = deep + "/other.txt";
+    EXPECT_TRUE(File::Rename(name.c_str(), other.c_str()));
+    WriteBytes(name, Bytes("y"));
+    EXPECT_FALSE(File::Rename(name.c_str(), other.c_str()));
+    EXPECT_EQ(Bytes("x"), ReadBytes(other));
+    EXPECT_TRUE(File::Remove(name.c_str()));
+    EXPECT_FALSE(File::Unlink(name.c_str()));
+
+    EXPECT_EQ(File::RES_OK, File::CheckWriteMode(other.c_str()));
+    EXPECT_TRUE(File::SetReadonly(other.c_str(), true));
+    EXPECT_EQ(File::RES_READONLY, File::CheckWriteMode(other.c_str()));
+    EXPECT_TRUE(File::SetReadonly(other.c_str(), false));
+    EXPECT_EQ(File::RES_OK, File::CheckWriteMode(other.c_str()));
+    EXPECT_TRUE(File::SetReadonly(other.c_str(), true));
+
+    EXPECT_FALSE(File::Rd((dir / "one").c_str()));
+    EXPECT_TRUE(File::Prune((dir / "one").c_str()));
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists((dir / "one").c_str()));
+    EXPECT_TRUE(File::Md((dir / "empty/").c_str()));
+    EXPECT_TRUE(File::Rd((dir / "empty").c_str()));
+
+    File::Path start;
+    ASSERT_TRUE(File::GetCwd(start));
+    ASSERT_TRUE(File::Cd(dir.Path().c_str()));
+    WriteBytes("here.txt", Bytes("h"));
+    char full[File::MAX_PATH_LENGTH] = "./sub/../here.txt";
+    EXPECT_TRUE(File::TrueName(full));
+    char expected[File::MAX_PATH_LENGTH];
+    strcpy(expected, (dir / "here.txt").c_str());
+    EXPECT_TRUE(File::TrueName(expected));
+    EXPECT_STREQ(expected, full);
+    File::Path cwd;
+    EXPECT_TRUE(cwd.GetCwd());
+    EXPECT_TRUE(File::Path::IsEqual(cwd, expected));
+    EXPECT_TRUE(File::Cd(start));
+}
+
+// Sharing: a writer keeps everybody out; a reader keeps writers out and lets readers in.
+TEST(FileSharing, InOneProcess)
+{
+    TempDir dir;
+    const std::string name = dir / "shared.bin";
+    WriteBytes(name, Bytes("keep"));
+    File writer;
+    File reader;
+    File second;
+    ASSERT_EQ(File::RES_OK, writer.Open(name.c_str(), updateMode));
+    EXPECT_EQ(File::RES_FILENOTFOUND, reader.Open(name.c_str(), readMode));
+    EXPECT_EQ(File::RES_FILENOTFOUND, second.Open(name.c_str(), writeMode));
+    writer.Close();
+    EXPECT_EQ(Bytes("keep"), ReadBytes(name));
+    ASSERT_EQ(File::RES_OK, reader.Open(name.c_str(), readMode));
+    EXPECT_EQ(File::RES_OK, second.Open(name.c_str(), readMode));
+    EXPECT_EQ(File::RES_FILENOTFOUND, writer.Open(name.c_str(), writeMode));
+    EXPECT_EQ(File::RES_FILENOTFOUND, writer.Open(name.c_str(), updateMode));
+    reader.Close();
+    second.Close();
+    EXPECT_EQ(Bytes("keep"), ReadBytes(name));
+    EXPECT_EQ(File::RES_OK, writer.Open(name.c_str(), updateMode));
+}
+
+namespace
+{
+const char childVariable[] = "CORESTONE_FILE_SHARING_CHILD";
+
+std::string ThisProgram()
+{
+#if defined(_WIN32)
+    char path[MAX_PATH];
+    GetModuleFileNameA(nullptr, path, sizeof(path));
+    return path;
+#else
+    char path[4096];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof(path) - 1);
+    path[length > 0 ? length : 0] = 0;
+    return path;
+#endif
+}
+
+// Runs this test program again for the child test alone; answers its exit code.
+int RunChild(const std::string & fileName, const char * expected)
+{
+    const std::string setting = fileName + "|" + expected;
+    const std::string program = ThisProgram();
+    const std::string filter = "--gtest_filter=FileSharing.Child";
+#if defined(_WIN32)
+    SetEnvironmentVariableA(childVariable, setting.c_str());
+    const std::string quoted = "\"" + program + "\"";
+    const char * arguments[] = {quoted.c_str(), filter.c_str(), nullptr};
+    const intptr_t code = _spawnv(_P_WAIT, program.c_str(), arguments);
+    SetEnvironmentVariableA(childVariable, nullptr);
+    return static_cast<int>(code);
+#else
+    setenv(childVariable, setting.c_str(), 1);
+    std::vector<std::string> words;
+    const char * emulator = getenv("CORESTONE_EMULATOR");
+    if (emulator && *emulator)
+        words.emplace_back(emulator);
+    words.push_back(program);
+    words.push_back(filter);
+    std::vector<char *> arguments;
+    for (std::string & word : words)
+        arguments.push_back(&word[0]);
+    arguments.push_back(nullptr);
+    pid_t child = 0;
+    const int started = posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ);
+    unsetenv(childVariable);
+    int status = 0;
+    if (started != 0 || waitpid(child, &status, 0) != child)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+#endif
+}
+} // namespace
+
+// The child's half of the next test: told a file and whether opening it should work.
+TEST(FileSharing, Child)
+{
+    const char * setting = getenv(childVariable);
+    if (!setting)
+        GTEST_SKIP() << "run by FileSharing.BetweenProcesses";
+    const std::string text = setting;
+    const size_t bar = text.find('|');
+    File file;
+    const bool opened = file.Open(text.substr(0, bar).c_str(), readMode) == File::RES_OK;
+    EXPECT_EQ(text.substr(bar + 1) == "opens", opened);
+}
+
+TEST(FileSharing, BetweenProcesses)
+{
+    TempDir dir;
+    const std::string name = dir / "between.bin";
+    WriteBytes(name, Bytes("data"));
+    File writer;
+    ASSERT_EQ(File::RES_OK, writer.Open(name.c_str(), updateMode));
+    EXPECT_EQ(0, RunChild(name, "refused"));
+    writer.Close();
+    EXPECT_EQ(0, RunChild(name, "opens"));
+}
