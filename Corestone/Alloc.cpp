@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 
 namespace Kiv
 {
@@ -184,6 +185,20 @@ void Alloc::Delete(void * p)
     block->next = buckets[sizeClass].next;
     buckets[sizeClass].next = block;
     ++count[sizeClass];
+}
+
+void * AllocBase::operator new(std::size_t size)
+{
+    void * p = size <= UINT32_MAX ? Alloc::New(static_cast<unsigned int>(size)) : nullptr;
+    if (p == nullptr)
+        throw std::bad_alloc();
+    return p;
+}
+
+void AllocBase::operator delete(void * p)
+{
+    if (p != nullptr)
+        Alloc::Delete(p);
 }
 
 void Alloc::Dump()

@@ -1,6 +1,7 @@
 // Directory search: names matching a wildcard, in one directory or in every directory of a
 // substitution in the list's order, newest first; a name already found in a newer place is
 // not reported again from an older one.
+#include "AllocObject.h"
 #include "File.h"
 
 #include "FilePlatform.h"
@@ -38,7 +39,7 @@ File::Find::~Find()
 
 void File::Find::Close()
 {
-    delete WalkOf(walk);
+    DeleteObject(WalkOf(walk));
     walk = nullptr;
     subst = nullptr;
     memberIndex = 0;
@@ -108,10 +109,10 @@ bool File::Find::NextSearch()
 
 bool File::Find::FirstDirect()
 {
-    delete WalkOf(walk);
-    auto * listing = new FilePlatform::DirectoryWalk;
+    DeleteObject(WalkOf(walk));
+    auto * listing = NewObject<FilePlatform::DirectoryWalk>();
     walk = listing;
-    return listing->Open(directory.IsEmpty() ? "." : directory.Text()) && NextDirect();
+    return listing != nullptr && listing->Open(directory.IsEmpty() ? "." : directory.Text()) && NextDirect();
 }
 
 bool File::Find::NextDirect()

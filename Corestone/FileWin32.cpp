@@ -1,5 +1,6 @@
 // The file seam on Windows: the runtime's low-level descriptors opened with share modes, and
 // the Win32 calls for attributes, stamps and directory listing.
+#include "AllocObject.h"
 #include "FilePlatform.h"
 
 #include <cstdio>
@@ -216,7 +217,9 @@ bool DirectoryWalk::Open(const char * name)
         return false;
     strcpy(directory, folder);
     snprintf(pattern, sizeof(pattern), "%s/*", folder);
-    auto * state = new FindState;
+    auto * state = NewObject<FindState>();
+    if (state == nullptr)
+        return false;
     state->find = FindFirstFileA(pattern, &state->data);
     state->pending = state->find != INVALID_HANDLE_VALUE;
     walk = state;
@@ -255,7 +258,7 @@ void DirectoryWalk::Close()
     auto * state = static_cast<FindState *>(walk);
     if (state && state->find != INVALID_HANDLE_VALUE)
         FindClose(state->find);
-    delete state;
+    DeleteObject(state);
     walk = nullptr;
 }
 } // namespace FilePlatform

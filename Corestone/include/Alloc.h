@@ -5,6 +5,7 @@
 #include "KivApi.h"
 #include "SyncObject.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace Kiv
@@ -51,6 +52,16 @@ public:
     // Printed by Dump; nothing updates them.
     static uint32_t search;
     static uint32_t searchLength;
+};
+
+// Objects of a class deriving from this live in Kiv::Alloc blocks, so plain new and delete of
+// them go through the library's allocator like every other allocation of the library.
+class KIV_API AllocBase
+{
+public:
+    // Throws std::bad_alloc when memory is out, as a new expression expects.
+    static void * operator new(std::size_t size);
+    static void operator delete(void * p);
 };
 
 // A pool of fixed-size elements carved out of chunks obtained from Kiv::Alloc. A chunk goes back

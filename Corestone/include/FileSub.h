@@ -2,6 +2,7 @@
 // kept in one process-wide list and searched newest place first.
 #pragma once
 
+#include "Alloc.h"
 #include "File.h"
 #include "KivApi.h"
 #include "PString.h"
@@ -9,7 +10,7 @@
 namespace Kiv
 {
 // One place of a substitution. Archives derive from it too.
-class KIV_API FileSub
+class KIV_API FileSub : public AllocBase
 {
 public:
     FileSub() = default;
@@ -88,7 +89,7 @@ private:
 };
 
 // A substitution entry: its name and its members, the newest first.
-class KIV_API FileSubstitute
+class KIV_API FileSubstitute : public AllocBase
 {
 public:
     explicit FileSubstitute(const PString & name);
