@@ -119,7 +119,8 @@ AnsiString::~AnsiString()
 
 AnsiString & AnsiString::operator=(const AnsiString & other)
 {
-    // Counting the source first keeps self-assignment safe.
+    if (this == &other || record == other.record)
+        return *this;
     if (other.record->capacity != 0)
         other.record->references.fetch_add(1, std::memory_order_relaxed);
     Release();

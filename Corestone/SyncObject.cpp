@@ -1,6 +1,6 @@
 // The synchronisation objects above the platform seam: everything here is the same on every target.
 #include "SyncObject.h"
-#include "Alloc.h"
+#include "AllocObject.h"
 #include "PlatformLock.h"
 #include "SyncPlatform.h"
 
@@ -16,17 +16,6 @@ namespace
 uint32_t Milliseconds(unsigned long timeout)
 {
     return timeout >= SyncPlatform::infinite ? SyncPlatform::infinite : static_cast<uint32_t>(timeout);
-}
-
-// The allocator only promises 4-byte alignment; the lock needs its natural alignment.
-PlatformLock * AlignedLock(void * storage)
-{
-    if (storage == nullptr)
-    {
-        return nullptr;
-    }
-    const uintptr_t mask = alignof(PlatformLock) - 1;
-    return reinterpret_cast<PlatformLock *>((reinterpret_cast<uintptr_t>(storage) + mask) & ~mask);
 }
 } // namespace
 
@@ -74,8 +63,7 @@ bool SyncObject::IsLocked() const
 
 // --- CriticalSection ---
 
-CriticalSection::CriticalSection(const char * /*name*/)
-    : storage(Alloc::New(sizeof(PlatformLock) + alignof(PlatformLock) - 1)), section(AlignedLock(storage))
+CriticalSection::CriticalSection(const char * /*name*/) : section(NewObject<PlatformLock>())
 {
     if (section != nullptr)
     {
@@ -88,7 +76,7 @@ CriticalSection::~CriticalSection()
     if (section != nullptr)
     {
         section->Done();
-        Alloc::Delete(storage);
+        DeleteObject(section);
     }
 }
 
@@ -309,22 +297,14 @@ bool MultiLock::IsLocked(unsigned long index) const
 // --- SWMRGuard ---
 
 SWMRGuard::SWMRGuard()
-    : WEvent(true, true, nullptr), mutex(false, nullptr), pair{&mutex, this}, writerLock(nullptr), readers(0)
+    : WEvent(true, true, nullptr), mutex(false, nullptr), pair{&mutex, this},
+      writerLock(NewObject<MultiLock>(pair, 2ul, false)), readers(0)
 {
-    void * memory = Alloc::New(sizeof(MultiLock));
-    if (memory != nullptr)
-    {
-        writerLock = new (memory) MultiLock(pair, 2, false);
-    }
 }
 
 SWMRGuard::~SWMRGuard()
 {
-    if (writerLock != nullptr)
-    {
-        writerLock->~MultiLock();
-        Alloc::Delete(writerLock);
-    }
+    DeleteObject(writerLock);
 }
 
 bool SWMRGuard::WaitToWrite(unsigned long timeout)

@@ -6,7 +6,7 @@
 // changes an object's state then hands the object to queued waiters directly, oldest first, and
 // wakes them. Handing over under the gate is what makes wait-all atomic and lets a pulse release
 // exactly the threads that are waiting at that moment.
-#include "Alloc.h"
+#include "AllocObject.h"
 #include "SyncObject.h"
 #include "SyncPlatform.h"
 
@@ -279,8 +279,7 @@ void Release(KernelObject * object)
         Alloc::Delete(object->name);
     }
     object->magic = 0;
-    object->~KernelObject();
-    Alloc::Delete(object);
+    DeleteObject(object);
 }
 
 KernelObject * FindNamed(const char * name)
@@ -324,13 +323,8 @@ KernelObject * Create(KernelObject::Kind kind, const char * name, bool * existin
             return named->kind == kind ? named : nullptr;
         }
     }
-    void * memory = Alloc::New(sizeof(KernelObject));
-    if (memory == nullptr)
-    {
-        return nullptr;
-    }
-    auto * object = new (memory) KernelObject(kind);
-    if (name != nullptr && !Register(object, name))
+    KernelObject * object = NewObject<KernelObject>(kind);
+    if (object != nullptr && name != nullptr && !Register(object, name))
     {
         Release(object);
         return nullptr;

@@ -53,7 +53,6 @@ public:
     bool Unlock() const override;
 
 private:
-    void * storage; // as allocated: the lock itself sits at the first suitably aligned address
     PlatformLock * section;
 };
 
