@@ -166,7 +166,9 @@ TEST(MultiByteString, MalformedTextIsCountedWithinItsBytes)
     MultiByteString tokens("\xe4x\xe4");
     EXPECT_EQ(Bytes(tokens.Token("\xe4")), "x");
     EXPECT_EQ(Bytes(tokens), "\xe4");
-    EXPECT_EQ(Bytes(MultiByteString("\xe4\xb8\xad").Token("\xe4\xb8")), "\xe4\xb8\xad");
+    // A set holding a character's leading bytes matches them only where they are characters.
+    EXPECT_EQ(Bytes(MultiByteString("\xe4\xb8\xad").Token("\xe4\xb8")),
+              MB_CUR_MAX > 1 ? "\xe4\xb8\xad" : "\xad");
 
     // Text with NUL bytes inside keeps every byte.
     MultiByteString nul("a\0b", 3);
