@@ -200,7 +200,7 @@ void AnsiString::Replace(const char * text, unsigned int count)
 
 void AnsiString::Insert(const char * text, unsigned int count, unsigned int pos)
 {
-    if (count == 0 || pos > record->length)
+    if (count == 0 || pos > record->length || !TextOps::Fits<char>(uint64_t{record->length} + count))
         return;
     if (record->capacity != 0 && text >= Text() && text < Text() + record->capacity)
     {
@@ -508,7 +508,7 @@ void AnsiString::Ins(const char * text, unsigned int pos)
 
 void AnsiString::Ins(unsigned int character, unsigned int pos, unsigned int count)
 {
-    if (count == 0 || pos > record->length)
+    if (count == 0 || pos > record->length || !TextOps::Fits<char>(uint64_t{record->length} + count))
         return;
     MakeBufferUnique(TextOps::NewSize(record->length + count), true);
     TextOps::OpenGap(Text(), record->length, pos, count);
@@ -574,6 +574,8 @@ AnsiString AnsiString::Mid(unsigned int start, unsigned int count) const
 
 void AnsiString::SetLength(unsigned int count)
 {
+    if (!TextOps::Fits<char>(count))
+        return;
     MakeBufferUnique(TextOps::NewSize(count), true);
     if (count < record->length)
         record->length = count;

@@ -8,6 +8,7 @@
 
 #include <cctype>
 #include <cstdarg>
+#include <cstdint>
 #include <cstring>
 #include <cwchar>
 #include <cwctype>
@@ -27,10 +28,22 @@ unsigned int Span(const Char * text)
 template <class Char>
 bool Contains(const Char * set, Char character)
 {
+    if (set == nullptr)
+        return false;
     for (; *set != 0; ++set)
         if (*set == character)
             return true;
     return false;
+}
+
+// Text stays below the flag bit of the serialised count word, so its byte count always fits
+// there; an edit that would grow a text past it changes nothing.
+constexpr unsigned int MaxTextBytes = 0x3FFFFFFF;
+
+template <class Char>
+bool Fits(uint64_t characters)
+{
+    return characters <= MaxTextBytes / sizeof(Char);
 }
 
 // Capacity grows in steps of 16 bytes so that appends usually fit in place.
@@ -219,6 +232,30 @@ int CompareUnits(const Char * a, const Char * b)
         if (*a == 0)
             return 0;
     }
+}
+
+// Case-sensitive order with a null text before any other.
+template <class Char>
+int OrderWithNulls(const Char * a, const Char * b)
+{
+    if (a == nullptr || b == nullptr)
+        return (a != nullptr ? 1 : 0) - (b != nullptr ? 1 : 0);
+    return CompareUnits(a, b);
+}
+
+// Compare keeps a mixed convention for nulls that existing callers rely on: 1 for two nulls, 0
+// when only this side is null and 2 when only the other is; two texts go to order.
+template <class Char, class Order>
+int CompareWithNulls(const Char * self, const Char * other, Order order)
+{
+    if (self == nullptr || other == nullptr)
+        return self == nullptr ? (other == nullptr ? 1 : 0) : 2;
+    return order(self, other);
+}
+
+inline int Sign(int order)
+{
+    return order < 0 ? -1 : order > 0 ? 1 : 0;
 }
 
 template <class Char>

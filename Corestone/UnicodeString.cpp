@@ -23,17 +23,6 @@ unsigned int WideBytes(unsigned int count)
             16) &
            ~15u;
 }
-
-// The null cases shared with AnsiString::Compare: 1 for two nulls, 0 when only this is null.
-int NullCompare(bool thisNull, bool otherNull)
-{
-    return thisNull ? (otherNull ? 1 : 0) : 2;
-}
-
-int Sign(int order)
-{
-    return order < 0 ? -1 : order > 0 ? 1 : 0;
-}
 } // namespace
 
 UnicodeString::UnicodeString(const wchar_t * text)
@@ -287,7 +276,7 @@ int UnicodeString::Addf(const wchar_t * format, ...)
 
 void UnicodeString::Insert(const wchar_t * text, unsigned int count, unsigned int pos)
 {
-    if (count == 0 || pos > length)
+    if (count == 0 || pos > length || !TextOps::Fits<wchar_t>(uint64_t{length} + count))
         return;
     if (buffer != nullptr && text >= buffer && text < buffer + capacity / sizeof(wchar_t))
     {
@@ -308,7 +297,7 @@ void UnicodeString::Ins(const wchar_t * text, unsigned int pos)
 
 void UnicodeString::Ins(unsigned int character, unsigned int pos, unsigned int count)
 {
-    if (count == 0 || pos > length)
+    if (count == 0 || pos > length || !TextOps::Fits<wchar_t>(uint64_t{length} + count))
         return;
     Reserve(length + count, true);
     TextOps::OpenGap(buffer, length, pos, count);
@@ -348,6 +337,8 @@ void UnicodeString::Right(unsigned int count)
 
 void UnicodeString::SetLength(unsigned int count)
 {
+    if (!TextOps::Fits<wchar_t>(count))
+        return;
     Reserve(count, true);
     if (count < length)
         length = count;
@@ -416,23 +407,19 @@ int UnicodeString::FindIgnoreCase(const wchar_t * text, unsigned int textLength,
 
 int UnicodeString::Order(const wchar_t * other) const
 {
-    if (buffer == nullptr || other == nullptr)
-        return (buffer == nullptr ? 0 : 1) - (other == nullptr ? 0 : 1);
-    return TextOps::CompareUnits(buffer, other);
+    return TextOps::OrderWithNulls<wchar_t>(buffer, other);
 }
 
 int UnicodeString::Compare(const wchar_t * other) const
 {
-    if (buffer == nullptr || other == nullptr)
-        return NullCompare(buffer == nullptr, other == nullptr);
-    return Sign(TextOps::CompareUnits(buffer, other));
+    return TextOps::CompareWithNulls<wchar_t>(buffer, other,
+                                              [](const wchar_t * a, const wchar_t * b)
+                                              { return TextOps::Sign(TextOps::CompareUnits(a, b)); });
 }
 
 int UnicodeString::CompareIgnoreCase(const wchar_t * other) const
 {
-    if (buffer == nullptr || other == nullptr)
-        return NullCompare(buffer == nullptr, other == nullptr);
-    return CRuntime::Wcsicmp(buffer, other);
+    return TextOps::CompareWithNulls<wchar_t>(buffer, other, CRuntime::Wcsicmp);
 }
 
 bool UnicodeString::EqualsIgnoreCase(const wchar_t * other) const
@@ -458,137 +445,6 @@ bool UnicodeString::Read(BinReader & reader)
     else if (ok)
         ok = ConvertANSI(reinterpret_cast<const char *>(bytes.Data()), -1);
     if (!ok)
-        Free();
-    return ok;
-}
-
-// The multibyte string.
-
-MultiByteString::MultiByteString(const char * text)
-{
-    Set(reinterpret_cast<const unsigned char *>(text));
-}
-
-MultiByteString::MultiByteString(const char * text, unsigned int size)
-{
-    Set(reinterpret_cast<const unsigned char *>(text), static_cast<int>(size));
-}
-
-MultiByteString::MultiByteString(const wchar_t * text)
-{
-    SetUnicode(text);
-}
-
-MultiByteString::MultiByteString(const MultiByteString & other)
-{
-    Set(reinterpret_cast<const unsigned char *>(other.buffer), static_cast<int>(other.size));
-}
-
-MultiByteString::~MultiByteString()
-{
-    Free();
-}
-
-MultiByteString & MultiByteString::operator=(const MultiByteString & other)
-{
-    if (this != &other)
-        *this = MultiByteString(other);
-    return *this;
-}
-
-MultiByteString & MultiByteString::operator=(const char * text)
-{
-    Set(reinterpret_cast<const unsigned char *>(text));
-    return *this;
-}
-
-void MultiByteString::Free()
-{
-    if (buffer != nullptr)
-        Alloc::Delete(buffer);
-    buffer = nullptr;
-    capacity = size = length = 0;
-}
-
-unsigned int MultiByteString::GetLengthAndSize(const unsigned char * text, unsigned int & bytes)
-{
-    bytes = static_cast<unsigned int>(std::strlen(reinterpret_cast<const char *>(text)));
-    return static_cast<unsigned int>(CRuntime::Mbslen(text));
-}
-
-void MultiByteString::Set(const unsigned char * text, int bytes, int)
-{
-    if (text == nullptr)
-    {
-        Free();
-        return;
-    }
-    unsigned int count = bytes >= 0 ? static_cast<unsigned int>(bytes) : TextOps::Span(text);
-    // Counting characters needs a terminated copy: the text may go on past the bytes taken.
-    unsigned int needed = TextOps::NewSize(count);
-    char * fresh = needed > capacity ? static_cast<char *>(Alloc::New(needed)) : buffer;
-    std::memmove(fresh, text, count);
-    fresh[count] = 0;
-    if (fresh != buffer)
-    {
-        Free();
-        buffer = fresh;
-        capacity = needed;
-    }
-    size = count;
-    length = static_cast<unsigned int>(CRuntime::Mbslen(reinterpret_cast<unsigned char *>(buffer)));
-}
-
-bool MultiByteString::SetUnicode(const wchar_t * text, int n)
-{
-    if (text == nullptr)
-    {
-        Free();
-        return false;
-    }
-    size_t count = n < 0 ? std::wcslen(text) : static_cast<size_t>(n);
-    TextOps::Scratch<char, 4094> scratch;
-    char * bytes = scratch.Reserve(count * MB_CUR_MAX + 1);
-    long converted = bytes != nullptr ? CRuntime::WideToMultiByte(text, count, bytes) : -1;
-    if (converted < 0)
-    {
-        Free();
-        return false;
-    }
-    Set(reinterpret_cast<unsigned char *>(bytes), static_cast<int>(converted));
-    return true;
-}
-
-int MultiByteString::GetUnicode(wchar_t * out, unsigned int count) const
-{
-    if (count == 0)
-        return -1;
-    unsigned int limit = count - 1 < length ? count - 1 : length;
-    long converted = CRuntime::MultiByteToWide(buffer != nullptr ? buffer : "", limit, out);
-    out[converted < 0 ? 0 : converted] = 0;
-    return static_cast<int>(converted);
-}
-
-bool MultiByteString::operator==(const char * other) const
-{
-    if (buffer == nullptr || other == nullptr)
-        return buffer == other;
-    return std::strcmp(buffer, other) == 0;
-}
-
-bool MultiByteString::Write(BinWriter & writer) const
-{
-    return StringSerial::WriteCounted(writer, size & ~StringSerial::WideFlag, buffer, size);
-}
-
-bool MultiByteString::Read(BinReader & reader)
-{
-    AnsiString text;
-    bool ok = text.Read(reader);
-    if (ok)
-        Set(reinterpret_cast<const unsigned char *>(static_cast<const char *>(text)),
-            static_cast<int>(text.Length()));
-    else
         Free();
     return ok;
 }

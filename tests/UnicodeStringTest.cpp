@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <string>
 
-using Kiv::MultiByteString;
 using Kiv::UnicodeString;
 
 namespace
@@ -171,35 +170,4 @@ TEST(UnicodeString, EditsFormattingAndCapacity)
     EXPECT_EQ(UnicodeString(L"x").Compare(nullptr), 2);
     EXPECT_EQ(UnicodeString(L"abc").CompareIgnoreCase(L"ABC"), 0);
     EXPECT_TRUE(UnicodeString(L"abc").EqualsIgnoreCase(L"ABC"));
-}
-
-TEST(MultiByteString, SizeLengthAndRecords)
-{
-    MultiByteString text("abc");
-    EXPECT_EQ(text.Size(), 3u);
-    EXPECT_EQ(text.Length(), 3u);
-    EXPECT_STREQ(text.CStr(), "abc");
-    unsigned int size = 0;
-    const auto * accented = reinterpret_cast<const unsigned char *>("\xc3\xa9t\xc3\xa9");
-    unsigned int length = MultiByteString::GetLengthAndSize(accented, size);
-    EXPECT_EQ(size, 5u);
-    EXPECT_EQ(length, Utf8Locale() ? 3u : 5u);
-    text.Set(nullptr);
-    EXPECT_TRUE(text.IsBufferNULL());
-    EXPECT_EQ(text.AllocSize(), 0u);
-    EXPECT_TRUE(text.SetUnicode(L"wide"));
-    EXPECT_TRUE(text == "wide");
-    wchar_t back[3];
-    EXPECT_EQ(text.GetUnicode(back, 3), 2);
-    EXPECT_EQ(std::wstring(back), L"wi");
-    MemoryWriter writer;
-    ASSERT_TRUE(text.Write(writer));
-    EXPECT_EQ(writer.data, (std::vector<unsigned char>{4, 0, 0, 0, 'w', 'i', 'd', 'e'}));
-    MemoryReader reader(writer.data);
-    MultiByteString copy;
-    ASSERT_TRUE(copy.Read(reader));
-    EXPECT_TRUE(copy == "wide");
-    MemoryReader broken({9, 0, 0, 0, 'x'});
-    EXPECT_FALSE(copy.Read(broken));
-    EXPECT_TRUE(copy.IsBufferNULL());
 }

@@ -1,0 +1,408 @@
+#include "PString.h"
+#include "String.h"
+#include "StringTestSupport.h"
+#include "UnicodeString.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+using Kiv::AnsiString;
+using Kiv::MultiByteString;
+using Kiv::UnicodeString;
+
+namespace
+{
+// 'a', e acute (2 bytes), U+4E2D (3 bytes), 'b' in UTF-8.
+const char * const mixed = "a\xc3\xa9\xe4\xb8\xad"
+                           "b";
+
+std::string Bytes(const MultiByteString & text)
+{
+    return text.IsBufferNULL() ? std::string("<null>") : std::string(text.CStr(), text.Size());
+}
+
+std::vector<unsigned char> Written(const MultiByteString & text)
+{
+    MemoryWriter writer;
+    EXPECT_TRUE(text.Write(writer));
+    return writer.data;
+}
+
+#define SKIP_UNLESS_MULTIBYTE_LOCALE()                                                                       \
+    if (MB_CUR_MAX == 1)                                                                                     \
+    GTEST_SKIP() << "the current locale has no multibyte characters"
+} // namespace
+
+TEST(MultiByteString, SizeLengthAndRecords)
+{
+    MultiByteString text("abc");
+    EXPECT_EQ(text.Size(), 3u);
+    EXPECT_EQ(text.Length(), 3u);
+    EXPECT_STREQ(text.CStr(), "abc");
+    unsigned int size = 0;
+    const auto * accented = reinterpret_cast<const unsigned char *>("\xc3\xa9t\xc3\xa9");
+    unsigned int length = MultiByteString::GetLengthAndSize(accented, size);
+    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(length, MB_CUR_MAX > 1 ? 3u : 5u);
+    text.Set(nullptr);
+    EXPECT_TRUE(text.IsBufferNULL());
+    EXPECT_EQ(text.AllocSize(), 0u);
+    EXPECT_TRUE(text.SetUnicode(L"wide"));
+    EXPECT_TRUE(text == "wide");
+    wchar_t back[3];
+    EXPECT_EQ(text.GetUnicode(back, 3), 2);
+    EXPECT_EQ(std::wstring(back), L"wi");
+    MemoryWriter writer;
+    ASSERT_TRUE(text.Write(writer));
+    EXPECT_EQ(writer.data, (std::vector<unsigned char>{4, 0, 0, 0, 'w', 'i', 'd', 'e'}));
+    MemoryReader reader(writer.data);
+    MultiByteString copy;
+    ASSERT_TRUE(copy.Read(reader));
+    EXPECT_TRUE(copy == "wide");
+    MemoryReader broken({9, 0, 0, 0, 'x'});
+    EXPECT_FALSE(copy.Read(broken));
+    EXPECT_TRUE(copy.IsBufferNULL());
+}
+
+TEST(MultiByteString, EditsCountBytesAndKeepTheCharacterCount)
+{
+    SKIP_UNLESS_MULTIBYTE_LOCALE();
+    MultiByteString text(mixed);
+    EXPECT_EQ(text.Size(), 7u);
+    EXPECT_EQ(text.Length(), 4u);
+    // Searches give byte offsets that edits take back unchanged.
+    int han = text.Find("\xe4\xb8\xad");
+    EXPECT_EQ(han, 3);
+    EXPECT_EQ(text.Find(0x4E2Du), 3);
+    EXPECT_EQ(text.Find(0xE9u), 1);
+    // A character is never found as a byte inside another one.
+    EXPECT_EQ(text.Find(0xB8u), -1);
+    EXPECT_EQ(text.FindIgnoreCase('B'), 6);
+    text.Del(static_cast<unsigned int>(han), 3);
+    EXPECT_EQ(Bytes(text), "a\xc3\xa9"
+                           "b");
+    EXPECT_EQ(text.Length(), 3u);
+    text.Ins("\xe4\xb8\xad", 1);
+    EXPECT_EQ(text.Length(), 4u);
+    EXPECT_EQ(text.Size(), 7u);
+    text.Ins(0x4E2Du, text.Size(), 2);
+    EXPECT_EQ(text.Size(), 13u);
+    EXPECT_EQ(text.Length(), 6u);
+    EXPECT_EQ(Bytes(text.Mid(1, 3)), "\xe4\xb8\xad");
+    EXPECT_EQ(text.Mid(1, 3).Length(), 1u);
+
+    MultiByteString repeated(0xE9u, 3);
+    EXPECT_EQ(repeated.Size(), 6u);
+    EXPECT_EQ(repeated.Length(), 3u);
+    repeated += L"\x4e2d";
+    repeated += repeated;
+    EXPECT_EQ(repeated.Size(), 18u);
+    EXPECT_EQ(repeated.Length(), 8u);
+    wchar_t wide[16];
+    EXPECT_EQ(repeated.GetUnicode(wide, 16), 8);
+    EXPECT_EQ(std::wstring(wide), L"\x00e9\x00e9\x00e9\x4e2d\x00e9\x00e9\x00e9\x4e2d");
+
+    // Cutting inside a character leaves a stray byte, counted as one character.
+    MultiByteString cut("a\xc3\xa9");
+    cut.Left(2);
+    EXPECT_EQ(Bytes(cut), "a\xc3");
+    EXPECT_EQ(cut.Length(), 2u);
+    EXPECT_EQ(cut.GetUnicode(wide, 16), -1);
+    EXPECT_EQ(wide[0], 0);
+
+    // Case rules leave the bytes of multibyte characters alone.
+    MultiByteString upper("a\xc3\xa9z");
+    upper.ToUpper();
+    EXPECT_EQ(Bytes(upper), "A\xc3\xa9Z");
+    EXPECT_EQ(upper.Length(), 3u);
+}
+
+TEST(MultiByteString, SetsOfMultibyteCharactersMatchWholeCharacters)
+{
+    SKIP_UNLESS_MULTIBYTE_LOCALE();
+    // e acute and a tilde share their first byte; stripping one must not damage the other.
+    MultiByteString text("\xc3\xa9x\xc3\xa3\xc3\xa9");
+    text.Strip("\xc3\xa9");
+    EXPECT_EQ(Bytes(text), "x\xc3\xa3");
+    EXPECT_EQ(text.Length(), 2u);
+
+    MultiByteString list("\xe4\xb8\xad,one\xe4\xb8\xadtw\xc3\xa3,");
+    MultiByteString first = list.Token("\xe4\xb8\xad,");
+    EXPECT_EQ(Bytes(first), "one");
+    EXPECT_EQ(Bytes(list), "\xe4\xb8\xadtw\xc3\xa3,");
+    MultiByteString second = list.Token("\xe4\xb8\xad,");
+    EXPECT_EQ(Bytes(second), "tw\xc3\xa3");
+    EXPECT_EQ(second.Length(), 3u);
+    EXPECT_EQ(Bytes(list), ",");
+    EXPECT_TRUE(list.Token(",").IsBufferNULL());
+}
+
+TEST(MultiByteString, MalformedTextIsCountedWithinItsBytes)
+{
+    // Whatever the locale, a byte that starts no character counts as one, and a sequence cut off
+    // by the end of the text is never read past that end.
+    std::vector<char> cutOff{'a', '\xe4', '\xb8'};
+    MultiByteString text(cutOff.data(), static_cast<unsigned int>(cutOff.size()));
+    EXPECT_EQ(text.Size(), 3u);
+    EXPECT_EQ(text.Length(), 3u);
+    unsigned int size = 0;
+    EXPECT_EQ(MultiByteString::GetLengthAndSize(reinterpret_cast<const unsigned char *>("\xff\xfe"
+                                                                                        "a\xe4"),
+                                                size),
+              4u);
+    EXPECT_EQ(size, 4u);
+    EXPECT_EQ(MultiByteString::GetLengthAndSize(nullptr, size), 0u);
+    EXPECT_EQ(size, 0u);
+
+    MultiByteString stray("\xff-\xe4-\xb8");
+    stray.Strip("-");
+    EXPECT_EQ(Bytes(stray), "\xff\xe4\xb8");
+    EXPECT_EQ(stray.Length(), 3u);
+    // A cut-off sequence in the delimiter set matches nothing whole.
+    MultiByteString tokens("\xe4x\xe4");
+    EXPECT_EQ(Bytes(tokens.Token("\xe4")), "x");
+    EXPECT_EQ(Bytes(tokens), "\xe4");
+    // A set holding a character's leading bytes matches them only where they are characters.
+    EXPECT_EQ(Bytes(MultiByteString("\xe4\xb8\xad").Token("\xe4\xb8")),
+              MB_CUR_MAX > 1 ? "\xe4\xb8\xad" : "\xad");
+
+    // Text with NUL bytes inside keeps every byte.
+    MultiByteString nul("a\0b", 3);
+    EXPECT_EQ(nul.Size(), 3u);
+    EXPECT_EQ(nul.Length(), 3u);
+    EXPECT_EQ(nul.Find('b'), 2);
+    EXPECT_EQ(Written(nul), (std::vector<unsigned char>{3, 0, 0, 0, 'a', 0, 'b'}));
+}
+
+TEST(MultiByteString, CapacityFollowsTheSixteenRuleAndNeverShrinks)
+{
+    EXPECT_EQ(MultiByteString(std::string(14, 'a').c_str()).AllocSize(), 16u);
+    EXPECT_EQ(MultiByteString(std::string(15, 'a').c_str()).AllocSize(), 32u);
+    EXPECT_EQ(MultiByteString("").AllocSize(), 16u);
+    MultiByteString text(std::string(40, 'a').c_str());
+    const unsigned int capacity = text.AllocSize();
+    EXPECT_EQ(capacity, 48u);
+    text = "short";
+    text.Del(0, 2);
+    text.Left(1);
+    text.Setf("%d", 7);
+    text.Strip("7");
+    text.Token(",");
+    text.SetLength(0);
+    EXPECT_EQ(text.AllocSize(), capacity);
+    EXPECT_EQ(text.Size(), 0u);
+    text.SetLength(100);
+    EXPECT_EQ(text.Size(), 0u);
+    EXPECT_GE(text.AllocSize(), 101u);
+    text = "x";
+    EXPECT_GE(text.AllocSize(), 101u);
+    // Only the null text gives its buffer back, and an empty format result is null.
+    text.Setf("%s", "");
+    EXPECT_TRUE(text.IsBufferNULL());
+    EXPECT_EQ(text.AllocSize(), 0u);
+}
+
+TEST(MultiByteString, FormattingConversionsAndComparison)
+{
+    MultiByteString text;
+    text.Setf("%d-%s", 42, "x");
+    EXPECT_EQ(Bytes(text), "42-x");
+    EXPECT_EQ(text.Addf("%05d", 7), 5);
+    EXPECT_EQ(text.Length(), 9u);
+    std::string big(40000, 'q');
+    text.Setf("%s", big.c_str());
+    EXPECT_EQ(text.Size(), 40000u);
+    text = "self";
+    text.Setf("%s+%s", text.CStr(), text.CStr());
+    EXPECT_EQ(Bytes(text), "self+self");
+    text = text.CStr() + 5;
+    EXPECT_EQ(Bytes(text), "self");
+    text.Set(-255, 16);
+    EXPECT_EQ(Bytes(text), "ffffff01");
+    EXPECT_EQ(MultiByteString("  -17x").GetInt(), -17);
+    EXPECT_EQ(MultiByteString("ff").GetUInt(16), 255u);
+    EXPECT_DOUBLE_EQ(MultiByteString("2.5").GetDouble(), 2.5);
+    EXPECT_EQ(MultiByteString().GetInt(), 0);
+    text.Setn("abcdef", 3);
+    EXPECT_EQ(Bytes(text), "abc");
+    char out[3];
+    EXPECT_EQ(text.GetANSI(out, 3), 2);
+    EXPECT_STREQ(out, "ab");
+    EXPECT_EQ(text.GetANSI(out, 0), -1);
+    EXPECT_EQ(Bytes(MultiByteString(Kiv::PString("pooled"))), "pooled");
+    EXPECT_EQ(Bytes(MultiByteString(UnicodeString(L"wide"))), "wide");
+    EXPECT_TRUE(MultiByteString(UnicodeString()).IsBufferNULL());
+    EXPECT_TRUE(MultiByteString(Kiv::PString()).IsBufferNULL());
+
+    MultiByteString null;
+    MultiByteString abc("abc");
+    EXPECT_TRUE(null < "");
+    EXPECT_TRUE(null == nullptr);
+    EXPECT_TRUE(abc > "ABC");
+    EXPECT_TRUE(MultiByteString("\xe9") > "z");
+    EXPECT_EQ(null.Compare(nullptr), 1);
+    EXPECT_EQ(null.Compare("abc"), 0);
+    EXPECT_EQ(abc.Compare(nullptr), 2);
+    EXPECT_EQ(abc.Compare("abd"), -1);
+    EXPECT_EQ(abc.CompareIgnoreCase("ABC"), 0);
+    EXPECT_TRUE(abc.EqualsIgnoreCase("ABC"));
+    EXPECT_FALSE(null.EqualsIgnoreCase(""));
+    EXPECT_EQ(abc.FindIgnoreCase("BC"), 1);
+    EXPECT_EQ(MultiByteString::FindIgnoreCase("aXbx", 'X', 2), 3);
+    EXPECT_EQ(MultiByteString::FindIgnoreCase("abcABC", 6, "Ca", 0), 2);
+    EXPECT_EQ(abc[2], static_cast<unsigned int>('c'));
+}
+
+TEST(MultiByteString, RecordsCrossTheStringClasses)
+{
+    MultiByteString text("cross");
+    AnsiString narrow;
+    MemoryReader asAnsi(Written(text));
+    ASSERT_TRUE(narrow.Read(asAnsi));
+    EXPECT_STREQ(narrow, "cross");
+    MemoryWriter fromAnsi;
+    ASSERT_TRUE(AnsiString("back").Write(fromAnsi));
+    MemoryReader intoMultiByte(fromAnsi.data);
+    ASSERT_TRUE(text.Read(intoMultiByte));
+    EXPECT_EQ(Bytes(text), "back");
+
+    // Null and empty both write a zero count; reading it gives the empty, not the null, text.
+    EXPECT_EQ(Written(MultiByteString()), (std::vector<unsigned char>{0, 0, 0, 0}));
+    EXPECT_EQ(Written(MultiByteString("")), (std::vector<unsigned char>{0, 0, 0, 0}));
+    MemoryReader zero({0, 0, 0, 0});
+    ASSERT_TRUE(text.Read(zero));
+    EXPECT_FALSE(text.IsBufferNULL());
+    EXPECT_EQ(text.Size(), 0u);
+
+    // Wide records convert through the locale.
+    MemoryWriter wide;
+    ASSERT_TRUE(UnicodeString(L"hi").Write(wide));
+    MemoryReader wideReader(wide.data);
+    ASSERT_TRUE(text.Read(wideReader));
+    EXPECT_EQ(Bytes(text), "hi");
+
+    ShortWriter full(5);
+    EXPECT_FALSE(MultiByteString("several").Write(full));
+    MemoryReader absurd({0xFF, 0xFF, 0xFF, 0x3F, 'a'});
+    text = "before";
+    EXPECT_FALSE(text.Read(absurd));
+    EXPECT_TRUE(text.IsBufferNULL());
+    EXPECT_LE(absurd.largestRequest, 65536u);
+}
+
+TEST(MultiByteString, MultibyteRecordsReadAsTheSameBytes)
+{
+    SKIP_UNLESS_MULTIBYTE_LOCALE();
+    MultiByteString text(mixed);
+    std::vector<unsigned char> record = Written(text);
+    EXPECT_EQ(record.size(), 4u + 7u);
+    AnsiString narrow;
+    MemoryReader reader(record);
+    ASSERT_TRUE(narrow.Read(reader));
+    EXPECT_STREQ(narrow, mixed);
+    UnicodeString wide;
+    MemoryReader wideReader(record);
+    ASSERT_TRUE(wide.Read(wideReader));
+    EXPECT_EQ(wide, L"a\x00e9\x4e2d"
+                    L"b");
+    MemoryWriter wideRecord;
+    ASSERT_TRUE(wide.Write(wideRecord));
+    MemoryReader back(wideRecord.data);
+    ASSERT_TRUE(text.Read(back));
+    EXPECT_EQ(Bytes(text), mixed);
+    EXPECT_EQ(text.Length(), 4u);
+}
+
+// Out-of-range positions, counts and starts change nothing and find nothing, on every string type.
+TEST(StringBounds, IndicesPastTheEndOnEveryType)
+{
+    AnsiString ansi("abc");
+    UnicodeString wide(L"abc");
+    MultiByteString multi("abc");
+    for (unsigned int start : {3u, 4u, 1000u, UINT_MAX})
+    {
+        EXPECT_EQ(ansi.Find("c", start), -1) << start;
+        EXPECT_EQ(wide.Find(L"c", start), -1) << start;
+        EXPECT_EQ(multi.Find("c", start), -1) << start;
+        EXPECT_EQ(ansi.FindIgnoreCase('C', start), -1) << start;
+        EXPECT_EQ(wide.FindIgnoreCase('C', start), -1) << start;
+        EXPECT_EQ(multi.FindIgnoreCase('C', start), -1) << start;
+        EXPECT_EQ(ansi.FindIgnoreCase("C", start), -1) << start;
+        EXPECT_EQ(wide.FindIgnoreCase(L"C", start), -1) << start;
+        EXPECT_EQ(multi.FindIgnoreCase("C", start), -1) << start;
+        EXPECT_EQ(ansi.Mid(start, 2).Length(), 0u) << start;
+        EXPECT_EQ(multi.Mid(start, UINT_MAX).Size(), 0u) << start;
+    }
+    for (unsigned int start : {4u, UINT_MAX})
+    {
+        EXPECT_EQ(ansi.Find('c', start), -1);
+        EXPECT_EQ(wide.Find('c', start), -1);
+        EXPECT_EQ(multi.Find('c', start), -1);
+    }
+    // The terminating NUL is found at the end, as strchr finds it.
+    EXPECT_EQ(ansi.Find(0u, 3), 3);
+    EXPECT_EQ(wide.Find(0u, 3), 3);
+    EXPECT_EQ(multi.Find(0u, 3), 3);
+    EXPECT_EQ(ansi.Find("", 3), 3);
+    EXPECT_EQ(wide.Find(L"", 3), 3);
+    EXPECT_EQ(multi.Find("", 3), 3);
+    EXPECT_EQ(ansi.Find("abcd"), -1);
+    EXPECT_EQ(wide.Find(L"abcd"), -1);
+    EXPECT_EQ(multi.Find("abcd"), -1);
+    EXPECT_EQ(std::string(ansi.Mid(1, UINT_MAX)), "bc");
+    EXPECT_EQ(multi.Mid(1, UINT_MAX).Size(), 2u);
+
+    // Whole-text and empty tokens.
+    EXPECT_STREQ(ansi.Token(""), "abc");
+    EXPECT_STREQ(ansi, "");
+    EXPECT_EQ(wide.Token(nullptr), L"abc");
+    EXPECT_EQ(wide, L"");
+    EXPECT_EQ(multi.Token(nullptr).Size(), 3u);
+    EXPECT_EQ(multi.Size(), 0u);
+    AnsiString delimiters(",,");
+    EXPECT_TRUE(delimiters.Token(",").IsBufferNULL());
+    EXPECT_TRUE(UnicodeString(L",,").Token(L",").IsBufferNULL());
+    EXPECT_TRUE(MultiByteString(",,").Token(",").IsBufferNULL());
+    EXPECT_TRUE(AnsiString().Token(nullptr).IsBufferNULL());
+    EXPECT_TRUE(UnicodeString().Token(L",").IsBufferNULL());
+    EXPECT_TRUE(MultiByteString().Token(",").IsBufferNULL());
+}
+
+// Counts that would grow a text past what a record can hold leave it as it was, instead of
+// wrapping the capacity arithmetic and writing past the buffer.
+TEST(StringBounds, AbsurdCountsChangeNothing)
+{
+    AnsiString ansi("abc");
+    UnicodeString wide(L"abc");
+    MultiByteString multi("abc");
+    ansi.Ins('x', 1, UINT_MAX);
+    wide.Ins('x', 1, UINT_MAX);
+    multi.Ins('x', 1, UINT_MAX);
+    multi.Ins('x', 1, UINT_MAX - 2);
+    ansi.SetLength(UINT_MAX);
+    wide.SetLength(UINT_MAX);
+    multi.SetLength(UINT_MAX);
+    ansi.Ins("x", 4);
+    wide.Ins(L"x", 4);
+    multi.Ins("x", 4);
+    ansi.Del(UINT_MAX, UINT_MAX);
+    wide.Del(UINT_MAX, UINT_MAX);
+    multi.Del(UINT_MAX, UINT_MAX);
+    EXPECT_STREQ(ansi, "abc");
+    EXPECT_EQ(wide, L"abc");
+    EXPECT_EQ(Bytes(multi), "abc");
+    EXPECT_LT(ansi.AllocSize(), 1024u);
+    EXPECT_LT(wide.AllocSize(), 1024u);
+    EXPECT_LT(multi.AllocSize(), 1024u);
+    ansi.Del(1, UINT_MAX);
+    wide.Del(1, UINT_MAX);
+    multi.Del(1, UINT_MAX);
+    EXPECT_STREQ(ansi, "a");
+    EXPECT_EQ(wide, L"a");
+    EXPECT_EQ(Bytes(multi), "a");
+    EXPECT_EQ(multi.Length(), 1u);
+}
