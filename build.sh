@@ -45,8 +45,8 @@ with_wine() { # one Wine server for the whole run: every start after the first i
 case "${1:-}" in
   main)
     cmake/deps.sh main
-    cmake --preset linux-x64 -DCORESTONE_TESTS=OFF >/dev/null
-    cmake --build --preset linux-x64 -j "$jobs"
+    cmake --preset linux-x64 >/dev/null
+    cmake --build --preset linux-x64 -j "$jobs" --target CorestoneDemo
     build/linux-x64/bin/CorestoneDemo
     ;;
   test)

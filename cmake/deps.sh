@@ -5,10 +5,10 @@ set -euo pipefail
 
 packages() {
   case "$1" in
-    main)  echo cmake ninja-build g++ ;;
+    main)  echo cmake ninja-build g++ googletest ;;
     test)  echo cmake ninja-build g++ googletest g++-multilib qemu-user \
                 g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 \
-                xvfb xauth libeigen3-dev clang-format clang-tidy ;;
+                libeigen3-dev clang-format clang-tidy ;;
     bench) echo cmake ninja-build g++ python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \
                 libgoogle-perftools-dev libeigen3-dev ;;
     *) echo "unknown group $1" >&2; exit 2 ;;
