@@ -59,22 +59,26 @@ struct KernelObject
     explicit KernelObject(Kind kind) : kind(kind) {}
 };
 
-struct Waiter
+// What one wait asks for: every object, or any one of them, for this thread.
+struct Request
 {
     ThreadState * thread;
     KernelObject * const * objects;
     uint32_t count;
     bool waitAll;
+};
+
+// A request that could not be met at once and sits in the queue. Only waits that block pay for
+// its condition variable.
+struct Waiter : Request
+{
     bool done = false;
     uint32_t result = waitFailed;
     std::condition_variable wake;
     Waiter * next = nullptr;
     Waiter * previous = nullptr;
 
-    Waiter(ThreadState * thread, KernelObject * const * objects, uint32_t count, bool waitAll)
-        : thread(thread), objects(objects), count(count), waitAll(waitAll)
-    {
-    }
+    explicit Waiter(const Request & request) : Request(request) {}
 };
 
 std::mutex gate;
@@ -103,7 +107,10 @@ struct ThreadState
     }
 };
 
-thread_local ThreadState currentThread;
+// Initial-exec: the library is loaded with the program (or early enough for the C library's
+// reserve of static TLS), and every wait and release finds its thread with one load instead of a
+// call to __tls_get_addr.
+thread_local ThreadState currentThread __attribute__((tls_model("initial-exec")));
 
 // --- Ownership of mutexes ---
 
@@ -176,7 +183,7 @@ bool Take(KernelObject * object, ThreadState * thread)
 }
 
 // Acquires what the wait asks for if it can be had now; returns its result or waitTimeout.
-uint32_t TryAcquire(const Waiter & wait)
+uint32_t TryAcquire(const Request & wait)
 {
     if (!wait.waitAll)
     {
@@ -356,8 +363,9 @@ bool ValidWait(uint32_t count, void * const * handles, bool waitAll)
     return true;
 }
 
-uint32_t Block(std::unique_lock<std::mutex> & hold, Waiter & wait, uint32_t milliseconds)
+uint32_t Block(std::unique_lock<std::mutex> & hold, const Request & request, uint32_t milliseconds)
 {
+    Waiter wait(request);
     for (uint32_t i = 0; i < wait.count; ++i)
     {
         ++wait.objects[i]->references;
@@ -473,13 +481,13 @@ uint32_t WaitMultiple(uint32_t count, void * const * handles, bool waitAll, uint
     {
         objects[i] = static_cast<KernelObject *>(handles[i]);
     }
-    Waiter wait(thread, objects, count, waitAll);
-    const uint32_t result = TryAcquire(wait);
+    const Request request{thread, objects, count, waitAll};
+    const uint32_t result = TryAcquire(request);
     if (result != waitTimeout || milliseconds == 0)
     {
         return result;
     }
-    return Block(hold, wait, milliseconds);
+    return Block(hold, request, milliseconds);
 }
 
 bool ReleaseMutexObject(void * handle)

@@ -124,6 +124,8 @@ TEST(SyncObject, CriticalSectionIsRecursiveAndIgnoresTheTimeOut)
     EXPECT_TRUE(entered);
 }
 
+// Threads that keep entering, some of them twice over, with the section passing between them
+// all the time: a lost wake-up would hang here, a broken exclusion would lose counts.
 TEST(SyncObject, CriticalSectionExcludesUnderContention)
 {
     Kiv::CriticalSection section;
@@ -132,12 +134,18 @@ TEST(SyncObject, CriticalSectionExcludesUnderContention)
     for (int t = 0; t < 4; ++t)
     {
         threads.emplace_back(
-            [&]
+            [&, t]
             {
-                for (int i = 0; i < 20000; ++i)
+                for (int i = 0; i < 50000; ++i)
                 {
                     Kiv::SingleLock hold(&section, true);
-                    total = total + 1;
+                    const long seen = total;
+                    if ((i + t) % 3 == 0)
+                    {
+                        Kiv::SingleLock again(&section, true);
+                        std::this_thread::yield();
+                    }
+                    total = seen + 1;
                 }
             });
     }
@@ -145,7 +153,8 @@ TEST(SyncObject, CriticalSectionExcludesUnderContention)
     {
         thread.join();
     }
-    EXPECT_EQ(total, 80000);
+    EXPECT_EQ(total, 200000);
+    EXPECT_FALSE(OnOtherThread([&] { return section.IsLocked(); })) << "free once everyone has left";
 }
 
 TEST(SyncObject, MutexOwnershipRecursionAndRelease)
