@@ -181,6 +181,42 @@ TEST(SyncObject, MutexOwnershipRecursionAndRelease)
     EXPECT_TRUE(owned.Unlock());
 }
 
+// A mutex taken both alone, some of it recursively, and in a wait-all with an event, by threads
+// that keep handing it over: the quick path of a lone wait and the queued path must never both
+// let a thread in, and no release may go unnoticed by a sleeper.
+TEST(SyncObject, MutexExcludesAloneAndInWaitAll)
+{
+    Kiv::Mutex mutex;
+    Kiv::WEvent open(true, true);
+    Kiv::SyncObject * pair[] = {&mutex, &open};
+    long total = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+    {
+        threads.emplace_back(
+            [&, t]
+            {
+                MultiLock both(pair, 2, false);
+                for (int i = 0; i < 5000; ++i)
+                {
+                    const bool alone = t % 2 == 0;
+                    ASSERT_TRUE(alone ? mutex.Lock(mustHappen) && mutex.Lock(0)
+                                      : both.Lock(mustHappen, true) == MultiLock::Signalled);
+                    const long seen = total;
+                    std::this_thread::yield();
+                    total = seen + 1;
+                    ASSERT_TRUE(alone ? mutex.Unlock() && mutex.Unlock() : both.Unlock());
+                }
+            });
+    }
+    for (std::thread & thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_EQ(total, 20000);
+    EXPECT_FALSE(OnOtherThread([&] { return mutex.IsLocked(); }));
+}
+
 TEST(SyncObject, NamedMutexesShareOneObject)
 {
     const std::string name = UniqueName("CorestoneTestMutex");
