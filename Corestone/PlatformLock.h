@@ -61,7 +61,7 @@ struct PlatformLock
 #elif defined(__linux__)
     // Win32 critical sections are recursive; so is this one, on every target. Here it is a futex
     // word (0 free, 1 taken, 2 taken with sleepers) with the owner and its depth beside it, so an
-    // uncontended pass costs one atomic exchange each way and no call into the C library.
+    // uncontended pass costs one atomic instruction each way and no call into the C library.
     int state;
     uintptr_t owner;
     unsigned int depth;
@@ -80,7 +80,7 @@ struct PlatformLock
         {
             if (!TakeFree())
             {
-                WaitForState();
+                TakeAfterSleeping();
             }
             Own(self);
         }
@@ -158,7 +158,7 @@ private:
     }
     // The lock was taken: mark it as having sleepers and sleep until it is handed back free.
     // Whoever leaves while the mark is set wakes one sleeper, so no wake-up is lost.
-    __attribute__((noinline)) void WaitForState()
+    __attribute__((noinline)) void TakeAfterSleeping()
     {
         while (__atomic_exchange_n(&state, 2, __ATOMIC_ACQUIRE) != 0)
         {
