@@ -6,6 +6,14 @@
 // changes an object's state then hands the object to queued waiters directly, oldest first, and
 // wakes them. Handing over under the gate is what makes wait-all atomic and lets a pulse release
 // exactly the threads that are waiting at that moment.
+//
+// Most calls need none of that: a reader entering a guard takes a free mutex, resets an event
+// nobody waits on and releases the mutex. Each record therefore has a guard word of its own. A
+// call through the gate pins every record it looks at (and a blocked wait keeps its records
+// pinned while it sleeps); a call on one record that nobody has pinned may instead latch the
+// record, act and unlatch it, without the gate. Pins wait for a latch to go, a latch is refused
+// while pins remain, so a record's state changes under exactly one of them at a time, and what
+// the gate does to pinned records stays atomic.
 #include "AllocObject.h"
 #include "SyncObject.h"
 #include "SyncPlatform.h"
@@ -15,6 +23,7 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <thread>
 
 namespace Kiv
 {
@@ -37,16 +46,17 @@ struct KernelObject
 
     uint32_t magic = liveMagic;
     Kind kind;
+    uint32_t guard = 0;      // latched bit plus pins (see pinUnit)
     uint32_t references = 1; // handles plus waits in progress
     char * name = nullptr;
     KernelObject * nextNamed = nullptr;
 
-    // Mutex: the owning thread, its recursion depth, and the owner list links.
+    // Mutex: the owning thread, its recursion depth, and the links of the list of all mutexes.
     ThreadState * owner = nullptr;
     uint32_t recursion = 0;
     bool abandoned = false;
-    KernelObject * nextOwned = nullptr;
-    KernelObject * previousOwned = nullptr;
+    KernelObject * nextMutex = nullptr;
+    KernelObject * previousMutex = nullptr;
 
     // Semaphore.
     int32_t count = 0;
@@ -59,77 +69,148 @@ struct KernelObject
     explicit KernelObject(Kind kind) : kind(kind) {}
 };
 
-struct Waiter
+constexpr uint32_t latched = 1;
+constexpr uint32_t pinUnit = 2;
+
+// What one wait asks for: every object, or any one of them, for this thread.
+struct Request
 {
     ThreadState * thread;
     KernelObject * const * objects;
     uint32_t count;
     bool waitAll;
+};
+
+// A request that could not be met at once and sits in the queue. Only waits that block pay for
+// its condition variable.
+struct Waiter : Request
+{
     bool done = false;
     uint32_t result = waitFailed;
     std::condition_variable wake;
     Waiter * next = nullptr;
     Waiter * previous = nullptr;
 
-    Waiter(ThreadState * thread, KernelObject * const * objects, uint32_t count, bool waitAll)
-        : thread(thread), objects(objects), count(count), waitAll(waitAll)
-    {
-    }
+    explicit Waiter(const Request & request) : Request(request) {}
 };
 
 std::mutex gate;
 Waiter * firstWaiter = nullptr;
 Waiter * lastWaiter = nullptr;
 KernelObject * firstNamed = nullptr;
+KernelObject * firstMutex = nullptr;
 
 void Dispatch();
-void RemoveOwned(KernelObject * object);
+
+// --- Pins and latches ---
+
+// Under the gate: holds the record still until Unpin. A pin is only added between latches, so
+// that a latch, taken on a word of 0, finds the word unchanged when it lets go.
+void Pin(KernelObject * object)
+{
+    uint32_t seen = __atomic_load_n(&object->guard, __ATOMIC_RELAXED);
+    for (int spins = 0;
+         (seen & latched) != 0 || !__atomic_compare_exchange_n(&object->guard, &seen, seen + pinUnit, false,
+                                                               __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
+         ++spins)
+    {
+        if (spins >= 100)
+        {
+            std::this_thread::yield();
+        }
+        seen = __atomic_load_n(&object->guard, __ATOMIC_RELAXED);
+    }
+}
+
+void Unpin(KernelObject * object)
+{
+    __atomic_sub_fetch(&object->guard, pinUnit, __ATOMIC_RELEASE);
+}
+
+// The gate's hold on one record for the length of a scope.
+class PinnedRecord
+{
+public:
+    explicit PinnedRecord(KernelObject * object) : object(object) { Pin(object); }
+    ~PinnedRecord() { Unpin(object); }
+    PinnedRecord(const PinnedRecord &) = delete;
+    PinnedRecord & operator=(const PinnedRecord &) = delete;
+
+private:
+    KernelObject * object;
+};
+
+// Without the gate: applies act to records that no call through the gate holds, latching all of
+// them at once, and returns true; false, having done nothing, when one of them is pinned or
+// latched by another call. Latches are only ever tried, never waited for, so they cannot deadlock.
+template <typename Act>
+bool Latched(KernelObject * const * objects, uint32_t count, Act act)
+{
+    uint32_t taken = 0;
+    for (uint32_t free = 0;
+         taken < count && __atomic_compare_exchange_n(&objects[taken]->guard, &free, latched, false,
+                                                      __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
+         free = 0)
+    {
+        ++taken;
+    }
+    const bool all = taken == count;
+    if (all)
+    {
+        act();
+    }
+    while (taken > 0)
+    {
+        __atomic_store_n(&objects[--taken]->guard, 0, __ATOMIC_RELEASE);
+    }
+    return all;
+}
 
 // The thread's identity as a mutex owner. Its destructor runs when the thread ends and abandons
 // every mutex the thread still holds.
 struct ThreadState
 {
-    KernelObject * owned = nullptr;
-
     ~ThreadState()
     {
         std::lock_guard<std::mutex> hold(gate);
-        while (owned != nullptr)
+        for (KernelObject * mutex = firstMutex; mutex != nullptr; mutex = mutex->nextMutex)
         {
-            owned->abandoned = true;
-            RemoveOwned(owned);
+            PinnedRecord pinned(mutex);
+            if (mutex->owner == this)
+            {
+                mutex->owner = nullptr;
+                mutex->recursion = 0;
+                mutex->abandoned = true;
+            }
         }
         Dispatch();
     }
 };
 
-thread_local ThreadState currentThread;
+// Initial-exec: the library is loaded with the program (or early enough for the C library's
+// reserve of static TLS), and every wait and release finds its thread with one load instead of a
+// call to __tls_get_addr.
+thread_local ThreadState currentThread __attribute__((tls_model("initial-exec")));
 
-// --- Ownership of mutexes ---
+// --- The list of all mutexes, which a thread that ends searches for what it still holds ---
 
-void AddOwned(ThreadState * thread, KernelObject * object)
+void AddMutex(KernelObject * object)
 {
-    object->owner = thread;
-    object->previousOwned = nullptr;
-    object->nextOwned = thread->owned;
-    if (thread->owned != nullptr)
+    object->nextMutex = firstMutex;
+    if (firstMutex != nullptr)
     {
-        thread->owned->previousOwned = object;
+        firstMutex->previousMutex = object;
     }
-    thread->owned = object;
+    firstMutex = object;
 }
 
-void RemoveOwned(KernelObject * object)
+void RemoveMutex(KernelObject * object)
 {
-    ThreadState * thread = object->owner;
-    (object->previousOwned != nullptr ? object->previousOwned->nextOwned : thread->owned) = object->nextOwned;
-    if (object->nextOwned != nullptr)
+    (object->previousMutex != nullptr ? object->previousMutex->nextMutex : firstMutex) = object->nextMutex;
+    if (object->nextMutex != nullptr)
     {
-        object->nextOwned->previousOwned = object->previousOwned;
+        object->nextMutex->previousMutex = object->previousMutex;
     }
-    object->owner = nullptr;
-    object->recursion = 0;
-    object->nextOwned = object->previousOwned = nullptr;
 }
 
 // --- Acquiring ---
@@ -154,10 +235,7 @@ bool Take(KernelObject * object, ThreadState * thread)
     switch (object->kind)
     {
     case KernelObject::mutexKind:
-        if (object->owner == nullptr)
-        {
-            AddOwned(thread, object);
-        }
+        object->owner = thread;
         ++object->recursion;
         if (object->abandoned)
         {
@@ -176,7 +254,7 @@ bool Take(KernelObject * object, ThreadState * thread)
 }
 
 // Acquires what the wait asks for if it can be had now; returns its result or waitTimeout.
-uint32_t TryAcquire(const Waiter & wait)
+uint32_t TryAcquire(const Request & wait)
 {
     if (!wait.waitAll)
     {
@@ -262,9 +340,9 @@ void Release(KernelObject * object)
     {
         return;
     }
-    if (object->owner != nullptr)
+    if (object->kind == KernelObject::mutexKind)
     {
-        RemoveOwned(object);
+        RemoveMutex(object);
     }
     for (KernelObject ** link = &firstNamed; *link != nullptr; link = &(*link)->nextNamed)
     {
@@ -324,6 +402,10 @@ KernelObject * Create(KernelObject::Kind kind, const char * name, bool * existin
         }
     }
     KernelObject * object = NewObject<KernelObject>(kind);
+    if (object != nullptr && kind == KernelObject::mutexKind)
+    {
+        AddMutex(object);
+    }
     if (object != nullptr && name != nullptr && !Register(object, name))
     {
         Release(object);
@@ -356,12 +438,9 @@ bool ValidWait(uint32_t count, void * const * handles, bool waitAll)
     return true;
 }
 
-uint32_t Block(std::unique_lock<std::mutex> & hold, Waiter & wait, uint32_t milliseconds)
+uint32_t Block(std::unique_lock<std::mutex> & hold, const Request & request, uint32_t milliseconds)
 {
-    for (uint32_t i = 0; i < wait.count; ++i)
-    {
-        ++wait.objects[i]->references;
-    }
+    Waiter wait(request);
     Enqueue(&wait);
     if (milliseconds == infinite)
     {
@@ -376,25 +455,55 @@ uint32_t Block(std::unique_lock<std::mutex> & hold, Waiter & wait, uint32_t mill
             wait.result = waitTimeout;
         }
     }
-    for (uint32_t i = 0; i < wait.count; ++i)
-    {
-        Release(wait.objects[i]);
-    }
     return wait.result;
 }
 
-// Applies a change to an event under the gate; false for anything that is not an event.
+// Waits through the gate. The records stay pinned, and alive, while the thread sleeps.
+uint32_t WaitGated(const Request & request, uint32_t milliseconds)
+{
+    std::unique_lock<std::mutex> hold(gate);
+    for (uint32_t i = 0; i < request.count; ++i)
+    {
+        ++request.objects[i]->references;
+        Pin(request.objects[i]);
+    }
+    uint32_t result = TryAcquire(request);
+    if (result == waitTimeout && milliseconds != 0)
+    {
+        result = Block(hold, request, milliseconds);
+    }
+    for (uint32_t i = 0; i < request.count; ++i)
+    {
+        Unpin(request.objects[i]);
+        Release(request.objects[i]);
+    }
+    return result;
+}
+
+// Changes one record through the gate, then hands out whatever the change made available.
 template <typename Change>
-bool ChangeEvent(void * handle, Change change)
+bool ChangeGated(KernelObject * object, Change change)
 {
     std::lock_guard<std::mutex> hold(gate);
-    KernelObject * object = Record(handle, KernelObject::eventKind);
+    PinnedRecord pinned(object);
+    const bool changed = change(object);
+    Dispatch();
+    return changed;
+}
+
+// Changes the record of a handle of the given kind: latched when nobody waits on it (so there is
+// nobody to hand anything to), else through the gate. False for a handle of another kind or
+// when change refuses.
+template <typename Change>
+bool ChangeRecord(void * handle, KernelObject::Kind kind, Change change)
+{
+    KernelObject * object = Record(handle, kind);
     if (object == nullptr)
     {
         return false;
     }
-    change(object);
-    return true;
+    bool changed = false;
+    return Latched(&object, 1, [&] { changed = change(object); }) ? changed : ChangeGated(object, change);
 }
 
 // A new object set up by init, or the existing object of that name as it stands.
@@ -463,7 +572,6 @@ bool CloseObject(void * handle)
 uint32_t WaitMultiple(uint32_t count, void * const * handles, bool waitAll, uint32_t milliseconds)
 {
     ThreadState * thread = &currentThread;
-    std::unique_lock<std::mutex> hold(gate);
     if (!ValidWait(count, handles, waitAll))
     {
         return waitFailed;
@@ -473,69 +581,90 @@ uint32_t WaitMultiple(uint32_t count, void * const * handles, bool waitAll, uint
     {
         objects[i] = static_cast<KernelObject *>(handles[i]);
     }
-    Waiter wait(thread, objects, count, waitAll);
-    const uint32_t result = TryAcquire(wait);
-    if (result != waitTimeout || milliseconds == 0)
+    const Request request{thread, objects, count, waitAll};
+    // Records that nobody waits on are settled at once under their latches, unless the caller
+    // must wait for them.
+    uint32_t result = waitTimeout;
+    if (Latched(objects, count, [&] { result = TryAcquire(request); }) &&
+        (result != waitTimeout || milliseconds == 0))
     {
         return result;
     }
-    return Block(hold, wait, milliseconds);
+    return WaitGated(request, milliseconds);
 }
 
 bool ReleaseMutexObject(void * handle)
 {
     ThreadState * thread = &currentThread;
-    std::lock_guard<std::mutex> hold(gate);
-    KernelObject * object = Record(handle, KernelObject::mutexKind);
-    if (object == nullptr || object->owner != thread)
-    {
-        return false;
-    }
-    if (--object->recursion == 0)
-    {
-        RemoveOwned(object);
-        Dispatch();
-    }
-    return true;
+    return ChangeRecord(handle, KernelObject::mutexKind,
+                        [thread](KernelObject * mutex)
+                        {
+                            if (mutex->owner != thread)
+                            {
+                                return false;
+                            }
+                            if (--mutex->recursion == 0)
+                            {
+                                mutex->owner = nullptr;
+                            }
+                            return true;
+                        });
 }
 
 bool ReleaseSemaphoreObject(void * handle, int32_t count)
 {
-    std::lock_guard<std::mutex> hold(gate);
-    KernelObject * object = Record(handle, KernelObject::semaphoreKind);
-    if (object == nullptr || count <= 0 || count > object->maximum - object->count)
-    {
-        return false;
-    }
-    object->count += count;
-    Dispatch();
-    return true;
+    return ChangeRecord(handle, KernelObject::semaphoreKind,
+                        [count](KernelObject * semaphore)
+                        {
+                            if (count <= 0 || count > semaphore->maximum - semaphore->count)
+                            {
+                                return false;
+                            }
+                            semaphore->count += count;
+                            return true;
+                        });
 }
 
 bool SetEventObject(void * handle)
 {
-    return ChangeEvent(handle,
-                       [](KernelObject * event)
-                       {
-                           event->signalled = true;
-                           Dispatch();
-                       });
+    return ChangeRecord(handle, KernelObject::eventKind,
+                        [](KernelObject * event)
+                        {
+                            event->signalled = true;
+                            return true;
+                        });
 }
 
 bool PulseEventObject(void * handle)
 {
-    return ChangeEvent(handle,
-                       [](KernelObject * event)
+    KernelObject * event = Record(handle, KernelObject::eventKind);
+    if (event == nullptr)
+    {
+        return false;
+    }
+    // A latched event has no waiters, so the pulse releases nobody and only leaves it reset.
+    if (Latched(&event, 1, [event] { event->signalled = false; }))
+    {
+        return true;
+    }
+    return ChangeGated(event,
+                       [](KernelObject * pulsed)
                        {
-                           event->signalled = true;
+                           pulsed->signalled = true;
                            Dispatch();
-                           event->signalled = false;
+                           pulsed->signalled = false;
+                           return true;
                        });
 }
 
 bool ResetEventObject(void * handle)
 {
-    return ChangeEvent(handle, [](KernelObject * event) { event->signalled = false; });
+    return ChangeRecord(handle, KernelObject::eventKind,
+                        [](KernelObject * event)
+                        {
+                            event->signalled = false;
+                            return true;
+                        });
 }
 } // namespace SyncPlatform
 

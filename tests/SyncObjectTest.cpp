@@ -124,6 +124,8 @@ TEST(SyncObject, CriticalSectionIsRecursiveAndIgnoresTheTimeOut)
     EXPECT_TRUE(entered);
 }
 
+// Threads that keep entering, some of them twice over, with the section passing between them
+// all the time: a lost wake-up would hang here, a broken exclusion would lose counts.
 TEST(SyncObject, CriticalSectionExcludesUnderContention)
 {
     Kiv::CriticalSection section;
@@ -132,12 +134,18 @@ TEST(SyncObject, CriticalSectionExcludesUnderContention)
     for (int t = 0; t < 4; ++t)
     {
         threads.emplace_back(
-            [&]
+            [&, t]
             {
-                for (int i = 0; i < 20000; ++i)
+                for (int i = 0; i < 50000; ++i)
                 {
                     Kiv::SingleLock hold(&section, true);
-                    total = total + 1;
+                    const long seen = total;
+                    if ((i + t) % 3 == 0)
+                    {
+                        Kiv::SingleLock again(&section, true);
+                        std::this_thread::yield();
+                    }
+                    total = seen + 1;
                 }
             });
     }
@@ -145,7 +153,8 @@ TEST(SyncObject, CriticalSectionExcludesUnderContention)
     {
         thread.join();
     }
-    EXPECT_EQ(total, 80000);
+    EXPECT_EQ(total, 200000);
+    EXPECT_FALSE(OnOtherThread([&] { return section.IsLocked(); })) << "free once everyone has left";
 }
 
 TEST(SyncObject, MutexOwnershipRecursionAndRelease)
@@ -170,6 +179,42 @@ TEST(SyncObject, MutexOwnershipRecursionAndRelease)
     Kiv::Mutex owned(true);
     EXPECT_TRUE(OnOtherThread([&] { return owned.IsLocked(); }));
     EXPECT_TRUE(owned.Unlock());
+}
+
+// A mutex taken both alone, some of it recursively, and in a wait-all with an event, by threads
+// that keep handing it over: the quick path of a lone wait and the queued path must never both
+// let a thread in, and no release may go unnoticed by a sleeper.
+TEST(SyncObject, MutexExcludesAloneAndInWaitAll)
+{
+    Kiv::Mutex mutex;
+    Kiv::WEvent open(true, true);
+    Kiv::SyncObject * pair[] = {&mutex, &open};
+    long total = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+    {
+        threads.emplace_back(
+            [&, t]
+            {
+                MultiLock both(pair, 2, false);
+                for (int i = 0; i < 5000; ++i)
+                {
+                    const bool alone = t % 2 == 0;
+                    ASSERT_TRUE(alone ? mutex.Lock(mustHappen) && mutex.Lock(0)
+                                      : both.Lock(mustHappen, true) == MultiLock::Signalled);
+                    const long seen = total;
+                    std::this_thread::yield();
+                    total = seen + 1;
+                    ASSERT_TRUE(alone ? mutex.Unlock() && mutex.Unlock() : both.Unlock());
+                }
+            });
+    }
+    for (std::thread & thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_EQ(total, 20000);
+    EXPECT_FALSE(OnOtherThread([&] { return mutex.IsLocked(); }));
 }
 
 TEST(SyncObject, NamedMutexesShareOneObject)
