@@ -56,6 +56,7 @@ case "${1:-}" in
     preset linux-x64
     check_tidy
     preset linux-x64-asan
+    preset linux-x64-tsan
     preset linux-x86
     with_wine preset windows-x64
     preset windows-x86 no
