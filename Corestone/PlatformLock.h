@@ -203,6 +203,14 @@ private:
 #if defined(_WIN32)
 using PlatformAllocatorLock = PlatformLock;
 #else
+// Tells the processor this is a spin-wait loop, which eases the pressure on the other hyperthread.
+inline void CpuPause()
+{
+#if defined(__i386__) || defined(__x86_64__)
+    __builtin_ia32_pause();
+#endif
+}
+
 // The allocator's lock: its sections are a handful of instructions and never nest, so a spin lock
 // that is released with a plain store costs one atomic instruction per section where a mutex costs
 // two. A waiter that keeps finding it taken yields, in case the holder was preempted.
@@ -225,16 +233,10 @@ private:
         for (int spins = 0; __atomic_load_n(&taken, __ATOMIC_RELAXED); ++spins)
         {
             if (spins < 100)
-                Pause();
+                CpuPause();
             else
                 sched_yield();
         }
-    }
-    static void Pause()
-    {
-#if defined(__i386__) || defined(__x86_64__)
-        __builtin_ia32_pause();
-#endif
     }
 };
 #endif

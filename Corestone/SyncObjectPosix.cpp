@@ -15,6 +15,7 @@
 // while pins remain, so a record's state changes under exactly one of them at a time, and what
 // the gate does to pinned records stays atomic.
 #include "AllocObject.h"
+#include "PlatformLock.h"
 #include "SyncObject.h"
 #include "SyncPlatform.h"
 
@@ -69,6 +70,8 @@ struct KernelObject
     explicit KernelObject(Kind kind) : kind(kind) {}
 };
 
+// Immediate tries a caller that may wait makes before it sleeps through the gate.
+constexpr uint32_t spinAttempts = 200;
 constexpr uint32_t latched = 1;
 constexpr uint32_t pinUnit = 2;
 
@@ -583,12 +586,19 @@ uint32_t WaitMultiple(uint32_t count, void * const * handles, bool waitAll, uint
     }
     const Request request{thread, objects, count, waitAll};
     // Records that nobody waits on are settled at once under their latches, unless the caller
-    // must wait for them.
-    uint32_t result = waitTimeout;
-    if (Latched(objects, count, [&] { result = TryAcquire(request); }) &&
-        (result != waitTimeout || milliseconds == 0))
+    // must wait for them. Objects are mostly held for a few instructions (a reader entering the
+    // single-writer guard holds its mutex for a counter update), so a caller that may wait first
+    // retries for a moment: a sleep and a wake-up through the gate cost far more.
+    const uint32_t attempts = milliseconds == 0 ? 1 : spinAttempts;
+    for (uint32_t attempt = 0; attempt < attempts; ++attempt)
     {
-        return result;
+        uint32_t result = waitTimeout;
+        if (Latched(objects, count, [&] { result = TryAcquire(request); }) &&
+            (result != waitTimeout || milliseconds == 0))
+        {
+            return result;
+        }
+        CpuPause();
     }
     return WaitGated(request, milliseconds);
 }
