@@ -112,9 +112,6 @@ TEST(Rand, TableSizesAndLag)
     EXPECT_EQ(defaults.GetSize(), 250u);
     EXPECT_EQ(defaults.GetSeedTableSize(), 100u);
     EXPECT_EQ(defaults.GetLag(), 147);
-    Kiv::Rand small(100);
-    EXPECT_EQ(small.GetSize(), 250u);
-    EXPECT_EQ(small.GetLag(), 147);
     Kiv::Rand large(1000, 50);
     EXPECT_EQ(large.GetSize(), 1000u);
     EXPECT_EQ(large.GetSeedTableSize(), 100u);
@@ -199,18 +196,13 @@ TEST(Rand, GoldenSequencesOfEveryForm)
 
 TEST(Rand, SeedingCopiesAndTheZeroWord)
 {
-    Kiv::Rand first, second;
-    first.SetSeed(777);
-    second.SetSeed(777);
-    for (int i = 0; i < 1000; ++i)
-    {
-        ASSERT_EQ(first.GetRandom(), second.GetRandom());
-    }
-    // Reseeding restarts the sequence from the same state.
-    second.SetSeed(777);
-    Kiv::Rand third;
-    third.SetSeed(777);
-    EXPECT_EQ(second.GetRandom(), third.GetRandom());
+    // Reseeding mid-stream restarts the sequence from the same state.
+    Kiv::Rand reseeded, fresh;
+    reseeded.SetSeed(777);
+    reseeded.GetRandom();
+    reseeded.SetSeed(777);
+    fresh.SetSeed(777);
+    EXPECT_EQ(reseeded.GetRandom(), fresh.GetRandom());
 
     // A copy continues the same register and keeps the shared tables alive after the original
     // dies; an assigned generator takes over the same state.
