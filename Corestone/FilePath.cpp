@@ -262,13 +262,14 @@ unsigned File::Path::Length() const
     return static_cast<unsigned>(strlen(text));
 }
 
-void File::Path::Append(const char * add, size_t length)
+bool File::Path::Append(const char * add, size_t length)
 {
     const size_t used = strlen(text);
     const size_t room = capacity - used;
     const size_t taken = length < room ? length : room;
     memmove(text + used, add, taken);
     text[used + taken] = 0;
+    return taken == length;
 }
 
 void File::Path::Cut(size_t length)
@@ -325,13 +326,12 @@ FileSubstitute * File::Path::GetSubst(const char * name)
     return FileSubstitute::Find(PString(prefix));
 }
 
-void File::Path::AddPath(const char * add, int length)
+bool File::Path::AddPath(const char * add, int length)
 {
     const size_t used = strlen(text);
-    if (used && !IsSeparator(text[used - 1]))
-        Append("/", 1);
+    const bool slashed = !used || IsSeparator(text[used - 1]) || Append("/", 1);
     if (!add || length <= 0)
-        return;
+        return slashed;
     size_t wanted = strnlen(add, static_cast<size_t>(length));
     if (used)
         while (wanted && IsSeparator(*add))
@@ -339,12 +339,12 @@ void File::Path::AddPath(const char * add, int length)
             ++add;
             --wanted;
         }
-    Append(add, wanted);
+    return Append(add, wanted) && slashed;
 }
 
-void File::Path::AddPath(const char * add)
+bool File::Path::AddPath(const char * add)
 {
-    AddPath(add, add ? static_cast<int>(strnlen(add, MAX_PATH_LENGTH)) : 0);
+    return AddPath(add, add ? static_cast<int>(strnlen(add, MAX_PATH_LENGTH)) : 0);
 }
 
 void File::Path::AddSlash()

@@ -60,8 +60,8 @@ FileSubPath::FileSubPath(const char * path, bool writable) : directory(path), wr
 bool FileSubPath::DiskName(const char * name, File::Path & full) const
 {
     full = directory;
-    full.AddPath(name);
-    return true;
+    // A name cut at the path's bound would be another file.
+    return full.AddPath(name);
 }
 
 bool FileSubPath::OpenWrite(File & file, const char * name)

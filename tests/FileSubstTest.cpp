@@ -167,6 +167,27 @@ TEST(FileSubst, PrefixRules)
     EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("q:x", File::MODE_READ));
 }
 
+// A name that fits on its own but not behind the substitution's folder names no file: cut at
+// the path's bound it would name another one.
+TEST(FileSubst, NamesTooLongBehindTheFolder)
+{
+    TempDir dir;
+    const Substs cleanup({"sLong"});
+    const std::string folder = Folder(dir, "long");
+    File::Subst(PString("sLong"), folder.c_str(), true);
+    const std::string name = std::string(File::MAX_PATH_LENGTH - 10, 'n') + ".txt";
+    const std::string cut = (folder + name).substr(0, File::MAX_PATH_LENGTH - 1);
+    Put(cut, "cut");
+    const std::string prefixed = "sLong:" + name;
+    File file;
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(prefixed.c_str(), File::MODE_READ));
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(prefixed.c_str(), File::MODE_WRITE | File::MODE_CREATE));
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists(prefixed.c_str()));
+    EXPECT_FALSE(File::Remove(prefixed.c_str()));
+    EXPECT_EQ(File::RES_OK, File::Exists(cut.c_str()));
+    EXPECT_EQ(0u, File::OpenCount());
+}
+
 TEST(FileSubst, LinkLoopsFindNothing)
 {
     TempDir dir;

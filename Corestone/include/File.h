@@ -114,8 +114,9 @@ public:
         static FileSubstitute * GetSubst(const char * name);
         FileSubstitute * GetSubst() const { return GetSubst(text); }
 
-        void AddPath(const char * add, int length);
-        void AddPath(const char * add);
+        // False when the added part was cut at the path's bound.
+        bool AddPath(const char * add, int length);
+        bool AddPath(const char * add);
         void AddSlash();
         void DelSlash();
         void DelName(bool removeSlash = false);
@@ -141,7 +142,7 @@ public:
         void SplitPath(char * drive, char * directory, char * name, char * ext) const;
 
     private:
-        void Append(const char * add, size_t length);
+        bool Append(const char * add, size_t length);
         void Cut(size_t length);
         char * LastSeparator(bool colonToo);
 
