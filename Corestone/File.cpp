@@ -302,6 +302,8 @@ File::Result File::DetectCompression()
     if (headerLength == 12 && version >= 257)
         size = GetLittleEndian32(buffer + 8);
     dataStart += headerLength;
+    if (size == unknownSize)
+        size = ChunkedSize();
     return RES_OK;
 }
 
@@ -333,6 +335,8 @@ unsigned long File::Close()
     Flush();
     if (member)
         member->Close(*this);
+    else if ((mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED && !(flags & FOREIGN_HANDLE))
+        FinishCompressedWrite();
     else if (!(flags & FOREIGN_HANDLE))
         FilePlatform::Close(handle);
     handle = -1;
@@ -397,6 +401,8 @@ bool File::Flush()
 
 bool File::Refill()
 {
+    if (IsCompressed())
+        return RefillChunk();
     DropReadAhead();
     if (position >= Size())
         return false;
@@ -722,6 +728,8 @@ unsigned long File::Seek(long offset, FileSeek origin)
     if (target < 0 || target >= static_cast<int64_t>(unknownSize))
         FILE_THROW("Seek() Position %lld is outside the file", static_cast<long long>(target));
     Flush();
+    if (IsCompressed() && target < static_cast<int64_t>(Size()))
+        return SeekChunk(static_cast<uint32_t>(target));
     position = static_cast<uint32_t>(target);
     DropReadAhead();
     return position;
