@@ -1,10 +1,12 @@
 // The "CFIL" form of a file: a 12-byte header ("CFIL", version, plain length) and chunks of at
 // most 16,384 plain bytes, each a little-endian length word and a payload that is either stored
-// (bit 15 set) or one BPE stream. Used by the file object and by archives.
+// (bit 15 set) or one BPE stream. Used by the file object and by archives; exported for the
+// library's own tests and tools, not part of the public headers.
 #pragma once
 
 #include "BinReader.h"
 #include "File.h"
+#include "KivApi.h"
 
 #include <cstdint>
 
@@ -23,15 +25,15 @@ enum : uint32_t
 
 // Writes the header for `length` plain bytes, then their chunks as read from `plain`; false
 // when `plain` gives fewer bytes or `target` takes fewer than asked.
-bool WriteCompressedForm(BinReader & plain, uint32_t length, BinWriter & target);
+KIV_API bool WriteCompressedForm(BinReader & plain, uint32_t length, BinWriter & target);
 
 // The next temporary name of the write cycle, "%08X.T%08X" (process, then a process-wide count
 // that goes up by one at each call), in the current directory or in `directory`.
-File::Path NextTemporaryName(const char * directory = nullptr);
+KIV_API File::Path NextTemporaryName(const char * directory = nullptr);
 
 // Expands one chunk: its length word and the `length & PAYLOAD_MASK` payload bytes, into `out`
 // of CHUNK_BYTES bytes. Answers the chunk's plain bytes, or -1 when the chunk is broken (a
 // stored payload or coded stream longer than a chunk, or a stream that does not expand cleanly).
-long DecodeChunk(unsigned lengthWord, const unsigned char * payload, unsigned char * out);
+KIV_API long DecodeChunk(unsigned lengthWord, const unsigned char * payload, unsigned char * out);
 } // namespace CompressedFile
 } // namespace Kiv
