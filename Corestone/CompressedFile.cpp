@@ -196,7 +196,8 @@ bool File::RefillChunk()
     DropReadAhead();
     if (position >= Size())
         return false;
-    if (!LoadChunk(handlePosition))
+    // An empty chunk while bytes remain is as broken as one that cannot be read.
+    if (!LoadChunk(handlePosition) || buffered == 0)
     {
         DropReadAhead();
         size = 0;
@@ -205,7 +206,7 @@ bool File::RefillChunk()
     // Bytes past the recorded size are not part of the file.
     if (buffered > size - position)
         buffered = size - position;
-    return buffered != 0;
+    return true;
 }
 
 unsigned long File::SeekChunk(uint32_t target)
