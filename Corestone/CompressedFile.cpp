@@ -6,6 +6,7 @@
 #include "BPE.h"
 #include "CRuntime.h"
 #include "FilePlatform.h"
+#include "PString.h"
 
 #include <atomic>
 #include <cstdio>
@@ -19,6 +20,26 @@ namespace
 {
 std::atomic<uint32_t> temporaryCount{0};
 
+// Moves `length` bytes in as many calls as the system needs; stops at an error or the end.
+template <typename Bytes, typename Call>
+unsigned int MoveAll(int handle, Bytes * data, unsigned int length, Call call)
+{
+    unsigned int done = 0;
+    while (done < length)
+    {
+        const int moved = call(handle, data + done, length - done);
+        if (moved <= 0)
+            break;
+        done += static_cast<unsigned int>(moved);
+    }
+    return done;
+}
+
+unsigned int ReadFully(int handle, void * data, unsigned int length)
+{
+    return MoveAll(handle, static_cast<unsigned char *>(data), length, FilePlatform::Read);
+}
+
 // Raw bytes to an operating-system handle.
 class HandleWriter : public BinWriter
 {
@@ -27,35 +48,12 @@ public:
 
     unsigned int WriteRaw(const void * data, unsigned int length) override
     {
-        const auto * in = static_cast<const unsigned char *>(data);
-        unsigned int done = 0;
-        while (done < length)
-        {
-            const int moved = FilePlatform::Write(handle, in + done, length - done);
-            if (moved <= 0)
-                break;
-            done += static_cast<unsigned int>(moved);
-        }
-        return done;
+        return MoveAll(handle, static_cast<const unsigned char *>(data), length, FilePlatform::Write);
     }
 
 private:
     int handle;
 };
-
-unsigned int ReadFully(int handle, void * data, unsigned int length)
-{
-    auto * out = static_cast<unsigned char *>(data);
-    unsigned int done = 0;
-    while (done < length)
-    {
-        const int moved = FilePlatform::Read(handle, out + done, length - done);
-        if (moved <= 0)
-            break;
-        done += static_cast<unsigned int>(moved);
-    }
-    return done;
-}
 
 // Copies a whole file; used when the temporary cannot be renamed onto another volume.
 bool CopyFile(const char * from, const char * to)
@@ -282,7 +280,7 @@ void File::FinishCompressedWrite()
     handle = -1;
     const Path name = path;
     File plain;
-    if (plain.Open(name, MODE_READ_PLAIN) != RES_OK)
+    if (plain.Open(PString(), name, MODE_READ_PLAIN) != RES_OK)
         return;
     const FilePlatform::OpenRequest request{FilePlatform::WriteOnly, FilePlatform::CreateTruncate,
                                             FilePlatform::DenyAll};

@@ -139,6 +139,14 @@ private:
     File::Path previous;
 };
 
+// Writes `data` compressed as `name` in the folder, with the temporaries made there too.
+std::string PackedFile(const TempDir & dir, const char * name, const Bytes & data)
+{
+    InFolder inside(dir.Path());
+    WriteCompressed(name, data);
+    return dir / name;
+}
+
 std::vector<std::string> Listing(const std::string & folder)
 {
     std::vector<std::string> names;
@@ -226,11 +234,7 @@ TEST(CompressedFile, SeeksAgreeWithAPlainCopy)
 {
     TempDir dir;
     const Bytes data = MixedData();
-    const std::string name = dir / "mixed";
-    {
-        InFolder inside(dir.Path());
-        WriteCompressed(name, data);
-    }
+    const std::string name = PackedFile(dir, "mixed", data);
     File file;
     ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_READ));
     ASSERT_TRUE(file.IsCompressed());
@@ -287,11 +291,7 @@ TEST(CompressedFile, CorruptDataEndsCleanly)
 {
     TempDir dir;
     const Bytes data = MixedData();
-    const std::string good = dir / "good";
-    {
-        InFolder inside(dir.Path());
-        WriteCompressed(good, data);
-    }
+    const std::string good = PackedFile(dir, "good", data);
     const Bytes packed = ReadBytes(good);
     const std::vector<size_t> offsets = ChunkOffsets(packed);
     ASSERT_EQ(7u, offsets.size());
@@ -356,11 +356,7 @@ TEST(CompressedFile, OlderVersionTakesItsSizeFromTheChunks)
 {
     TempDir dir;
     const Bytes text = ReadBytes("/usr/share/common-licenses/GPL-3");
-    const std::string name = dir / "old";
-    {
-        InFolder inside(dir.Path());
-        WriteCompressed(name, text);
-    }
+    const std::string name = PackedFile(dir, "old", text);
     Bytes packed = ReadBytes(name);
     packed[4] = 0;
     packed[5] = 1;
