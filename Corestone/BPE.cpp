@@ -267,7 +267,7 @@ unsigned char * Coder::Write(unsigned char * out, const unsigned char * end) con
                 *out++ = s.right[code];
         }
     }
-    if (end - out <= static_cast<ptrdiff_t>(s.size + 2))
+    if (end - out <= static_cast<ptrdiff_t>(s.size) + 2)
         return nullptr;
     *out++ = static_cast<unsigned char>(s.size >> 8);
     *out++ = static_cast<unsigned char>(s.size);

@@ -84,8 +84,7 @@ bool CopyFile(const char * from, const char * to)
 
 bool WriteCompressedForm(BinReader & plain, uint32_t length, BinWriter & target)
 {
-    unsigned char header[HEADER_BYTES];
-    memcpy(header, "CFIL", 4);
+    unsigned char header[HEADER_BYTES] = {'C', 'F', 'I', 'L'};
     CRuntime::PutLittleEndian32(header + 4, VERSION);
     CRuntime::PutLittleEndian32(header + 8, length);
     if (target.WriteRaw(header, HEADER_BYTES) != HEADER_BYTES)

@@ -263,8 +263,12 @@ File::Result File::FinishOpen()
     }
     if (Creates(mode) && reading == MODE_READ)
         mode = (mode & ~MODE_READ_MASK) | MODE_READ_PLAIN;
+    // Not through Seek, which a compressed write refuses.
     if ((mode & MODE_CREATE_MASK) == MODE_APPEND)
-        SeekEnd(0);
+    {
+        position = static_cast<uint32_t>(Size());
+        DropReadAhead();
+    }
     ++openFiles;
     if (logOpens)
     {

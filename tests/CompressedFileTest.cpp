@@ -215,6 +215,14 @@ TEST(CompressedFile, WriteModeRules)
     EXPECT_EQ(File::RES_CANTWRITECOMPRESSED, file.Open("c.bin", File::MODE_READ | File::MODE_WRITE));
     EXPECT_FALSE(file.IsOpen());
 
+    // Appending to a plain file compresses the old bytes with the new ones.
+    WriteBytes(dir / "log.txt", {'o', 'l', 'd'});
+    ASSERT_EQ(File::RES_OK, file.Open("log.txt", File::MODE_WRITE_COMPRESSED | File::MODE_APPEND));
+    EXPECT_EQ(3u, file.Tell());
+    EXPECT_EQ(3u, file.Write("new", 3, 1));
+    file.Close();
+    EXPECT_EQ((Bytes{'o', 'l', 'd', 'n', 'e', 'w'}), ReadThrough(dir / "log.txt"));
+
     // Through a writable directory substitution, the file lands compressed in its folder.
     std::filesystem::create_directory(dir / "sub");
     const PString subst("czWrite");
@@ -227,7 +235,7 @@ TEST(CompressedFile, WriteModeRules)
     EXPECT_EQ(Header(257, static_cast<uint32_t>(text.size())), Bytes(packed.begin(), packed.begin() + 12));
     EXPECT_EQ(text, ReadThrough("czWrite:inner.bin"));
     File::Subst(subst, nullptr);
-    EXPECT_EQ((std::vector<std::string>{"c.bin", "sub"}), Listing(dir.Path()));
+    EXPECT_EQ((std::vector<std::string>{"c.bin", "log.txt", "sub"}), Listing(dir.Path()));
 }
 
 TEST(CompressedFile, SeeksAgreeWithAPlainCopy)
