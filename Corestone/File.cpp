@@ -6,8 +6,10 @@
 #include "CRuntime.h"
 #include "FilePlatform.h"
 #include "FileSub.h"
+#include "FileSubstList.h"
 #include "PString.h"
 #include "String.h"
+#include "SyncObject.h"
 #include "Time.h"
 #include "UnicodeString.h"
 
@@ -220,8 +222,14 @@ File::Result File::Open(const PString & subst, const char * name, unsigned long 
         size = 0;
     if (!name || strlen(name) >= MAX_PATH_LENGTH)
         return Fail(RES_FILENOTFOUND);
+    // The entry is used under the list lock, so that it cannot be removed meanwhile.
+    const char * substName = subst;
+    SingleLock guard(&SubstLock(), substName && *substName);
     FileSubstitute * entry = FileSubstitute::Find(subst);
+    if (!entry)
+        guard.Unlock();
     const Result opened = entry ? OpenThroughSubst(entry, name) : OpenDisk(name);
+    guard.Unlock();
     if (opened != RES_OK)
         return Fail(opened);
     return FinishOpen();
@@ -230,10 +238,15 @@ File::Result File::Open(const PString & subst, const char * name, unsigned long 
 File::Result File::OpenThroughSubst(FileSubstitute * entry, const char * name)
 {
     substitute = entry;
-    if (mode & MODE_READ_MASK)
-        return entry->OpenRead(*this, name) && IsOpen() ? RES_OK : RES_FILENOTFOUND;
-    if (entry->OpenWrite(*this, name) && IsOpen())
+    const bool opened =
+        (mode & MODE_READ_MASK) ? entry->OpenRead(*this, name) : entry->OpenWrite(*this, name);
+    // The member that took the file stays alive until the file lets it go.
+    if (member)
+        member->AddRef();
+    if (opened && IsOpen())
         return RES_OK;
+    if (mode & MODE_READ_MASK)
+        return RES_FILENOTFOUND;
     return (mode & MODE_CREATE_MASK) == MODE_CREATE_NEW ? RES_FILEALREADYEXISTS : RES_FILENOTFOUND;
 }
 
@@ -309,12 +322,9 @@ File::Result File::DetectCompression()
 File::Result File::Fail(Result result)
 {
     if (IsOpen())
-    {
-        if (member)
-            member->Close(*this);
-        else if (!(flags & FOREIGN_HANDLE))
-            FilePlatform::Close(handle);
-    }
+        CloseHandle();
+    else if (member)
+        member->Release();
     handle = -1;
     if (logOpens)
     {
@@ -331,14 +341,27 @@ unsigned long File::Close()
     if (!IsOpen())
         return 0;
     Flush();
-    if (member)
-        member->Close(*this);
-    else if (!(flags & FOREIGN_HANDLE))
-        FilePlatform::Close(handle);
+    CloseHandle();
     handle = -1;
     --openFiles;
     ResetState(mode);
     return 0;
+}
+
+// The member that opened the file takes it back and is let go; else the handle is closed here
+// unless it is the substitution's.
+void File::CloseHandle()
+{
+    if (member)
+    {
+        member->Close(*this);
+        member->Release();
+        member = nullptr;
+    }
+    else if (!(flags & FOREIGN_HANDLE))
+    {
+        FilePlatform::Close(handle);
+    }
 }
 
 void File::Commit()

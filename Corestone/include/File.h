@@ -207,8 +207,10 @@ public:
         bool StartMember();
 
         void * walk;
-        FileSubstitute * subst;
-        unsigned memberIndex;
+        // The places of the substitution searched, held until the search closes.
+        FileSub ** places;
+        unsigned placeCount;
+        unsigned placeIndex;
         Path directory; // the folder being listed
         Path wildcard;  // the name pattern within it
         Path prefix;    // what a result's name is joined to
@@ -364,6 +366,7 @@ private:
     Result DetectCompression();
     Result FinishOpen();
     Result Fail(Result result);
+    void CloseHandle();
     bool AttachDisk(const char * fullName);
     void CheckReadable(int line) const;
     void CheckWritable(int line) const;
