@@ -227,6 +227,7 @@ public:
     Result Open(const PString & subst, const char * name, unsigned long mode,
                 int encoding = ENCODING_DEFAULT);
     Result Open(const char * name, unsigned long mode, int encoding = ENCODING_DEFAULT);
+    // RES_UNKNOWN when written bytes could not be stored (a full disk, a size limit); else 0.
     unsigned long Close();
     bool IsOpen() const { return handle != -1; }
     void Commit();
@@ -346,7 +347,9 @@ private:
     enum : uint8_t
     {
         OWNS_BUFFER = 1,
-        FOREIGN_HANDLE = 2
+        FOREIGN_HANDLE = 2,
+        // Buffered bytes failed to reach the file since it was opened; Close reports it.
+        WRITE_FAILED = 4
     };
 
     template <typename T>
@@ -366,7 +369,7 @@ private:
     Result DetectCompression();
     Result FinishOpen();
     Result Fail(Result result);
-    void CloseHandle();
+    bool CloseHandle();
     bool AttachDisk(const char * fullName);
     void CheckReadable(int line) const;
     void CheckWritable(int line) const;
