@@ -77,7 +77,8 @@ public:
     }
 
 private:
-    // The '*' swallows the name character unless the character after it can start the rest.
+    // The '*' swallows the name character unless it equals the pattern character after the '*';
+    // a '?' there is compared as a character too, so "*?" anchors only on a '?' in the name.
     void Star()
     {
         if (IsSeparator(*name))
@@ -85,7 +86,7 @@ private:
             ++pattern;
             return;
         }
-        if (SameIgnoringCase(*name, pattern[1]) || pattern[1] == '?')
+        if (SameIgnoringCase(*name, pattern[1]))
         {
             starPattern = pattern;
             starName = name;

@@ -178,6 +178,13 @@ TEST(FilePath, Wildcards)
     EXPECT_TRUE(Path::IsMatch("x.y.z", "*.z"));
     EXPECT_FALSE(Path::IsMatch("abc", "abcd"));
     EXPECT_FALSE(Path::IsMatch(nullptr, "*"));
+    // A '*' anchors only where the name holds the pattern's next character, a '?' included.
+    EXPECT_FALSE(Path::IsMatch("abx", "*?x"));
+    EXPECT_FALSE(Path::IsMatch("ab", "*?"));
+    EXPECT_TRUE(Path::IsMatch("a?x", "*?x"));
+    EXPECT_TRUE(Path::IsMatch("ab.x", "*.?"));
+    EXPECT_FALSE(Path::IsMatch("noext", "*.*"));
+    EXPECT_TRUE(Path::IsMatch("b.c", "*.?;*.*"));
 
     EXPECT_TRUE(Path::IsMatch("dir/sub/x.txt", "dir/*/*.txt"));
     EXPECT_TRUE(Path::IsMatch("DIR\\sub/x.txt", "d*/s?b\\x.*"));
