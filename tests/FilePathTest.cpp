@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 using Path = Kiv::File::Path;
 
@@ -141,6 +142,15 @@ TEST(FilePath, FurtherEditsAndSplits)
     EXPECT_STREQ("", drive);
     EXPECT_STREQ("plain", name);
     EXPECT_STREQ("", ext);
+    // Buffers of exactly the bound hold any part of the longest path.
+    for (const std::string & text : {std::string(Kiv::File::MAX_PATH_LENGTH - 1, 'x'),
+                                     "data:" + std::string(Kiv::File::MAX_PATH_LENGTH - 7, '/') + "x",
+                                     std::string(Kiv::File::MAX_PATH_LENGTH - 1, ':')})
+    {
+        std::vector<std::vector<char>> parts(4, std::vector<char>(Kiv::File::MAX_PATH_LENGTH));
+        Path(text.c_str()).SplitPath(parts[0].data(), parts[1].data(), parts[2].data(), parts[3].data());
+        EXPECT_EQ(text, std::string(parts[0].data()) + parts[1].data() + parts[2].data() + parts[3].data());
+    }
 }
 
 TEST(FilePath, EditsStopAtTheBuffer)
