@@ -17,7 +17,7 @@ const unsigned maxLinkDepth = 16;
 // Guarded by the list lock, which every walk holds. A walk entered from no other walk starts
 // a new generation; the entries it reaches are stamped with it.
 unsigned linkDepth = 0;
-unsigned walkGeneration = 0;
+uint64_t walkGeneration = 0;
 
 class LinkDepth
 {

@@ -8,6 +8,7 @@
 #include "PString.h"
 
 #include <atomic>
+#include <cstdint>
 
 namespace Kiv
 {
@@ -162,6 +163,6 @@ private:
     FileSub * members;
     unsigned count;
     // The walk that last visited this entry: a walk visits each entry once.
-    unsigned visited;
+    uint64_t visited;
 };
 } // namespace Kiv
