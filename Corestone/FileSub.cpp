@@ -6,6 +6,7 @@
 #include "SyncObject.h"
 
 #include <cstring>
+#include <new>
 
 namespace Kiv
 {
@@ -297,7 +298,10 @@ FileSub ** FileSubstitute::TakePlaces(unsigned & placeCount)
     placeCount = CollectPlaces(nullptr, 0);
     if (!placeCount)
         return nullptr;
-    auto ** places = static_cast<FileSub **>(Alloc::New(placeCount * sizeof(FileSub *)));
+    // An array of member pointers, one a place.
+    auto ** places = static_cast<FileSub **>(Alloc::New(placeCount * sizeof(void *)));
+    if (!places)
+        throw std::bad_alloc();
     CollectPlaces(places, placeCount);
     return places;
 }
