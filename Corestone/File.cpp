@@ -6,8 +6,10 @@
 #include "CRuntime.h"
 #include "FilePlatform.h"
 #include "FileSub.h"
+#include "FileSubstList.h"
 #include "PString.h"
 #include "String.h"
+#include "SyncObject.h"
 #include "Time.h"
 #include "UnicodeString.h"
 
@@ -17,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <new>
 
 namespace Kiv
 {
@@ -73,16 +76,21 @@ bool KeepGoing(unsigned long done, unsigned long requested)
 }
 
 // Moves `length` bytes through the handle in as many calls as the system needs; stops at an
-// error, at the end of the file, or when the callback (if `reported`) says so.
+// error or the end of the file (setting `refused`), or when the callback (if `reported`) says so.
 template <typename Bytes, typename Call>
-unsigned long MoveAll(int handle, Bytes * data, unsigned long length, Call call, bool reported)
+unsigned long MoveAll(int handle, Bytes * data, unsigned long length, Call call, bool reported,
+                      bool * refused = nullptr)
 {
     unsigned long done = 0;
     while (done < length)
     {
         const int moved = call(handle, data + done, static_cast<uint32_t>(length - done));
         if (moved <= 0)
+        {
+            if (refused)
+                *refused = true;
             break;
+        }
         done += static_cast<unsigned long>(moved);
         if (reported && !KeepGoing(done, length))
             break;
@@ -90,21 +98,17 @@ unsigned long MoveAll(int handle, Bytes * data, unsigned long length, Call call,
     return done;
 }
 
-// A scratch area on the stack when small, from the allocator when not.
+// A scratch area on the stack when small, from the allocator when not. Sizes are counted in 64
+// bits, so a product of counts cannot wrap; one the allocator cannot give throws bad_alloc.
 class Scratch
 {
 public:
-    explicit Scratch(size_t bytes)
-        : data(bytes <= sizeof(local)
-                   ? local
-                   : static_cast<unsigned char *>(Alloc::New(static_cast<unsigned>(bytes))))
+    explicit Scratch(uint64_t bytes)
+        : data(bytes <= sizeof(local) ? local : Allocate(bytes)),
+          capacity(bytes <= sizeof(local) ? sizeof(local) : bytes)
     {
     }
-    ~Scratch()
-    {
-        if (data != local)
-            Alloc::Delete(data);
-    }
+    ~Scratch() { Free(); }
     Scratch(const Scratch &) = delete;
     Scratch & operator=(const Scratch &) = delete;
 
@@ -114,9 +118,36 @@ public:
         return reinterpret_cast<T *>(data);
     }
 
+    // Makes room for `bytes`, keeping the first `kept`.
+    void Grow(uint64_t bytes, size_t kept)
+    {
+        if (bytes <= capacity)
+            return;
+        unsigned char * larger = Allocate(bytes);
+        memcpy(larger, data, kept);
+        Free();
+        data = larger;
+        capacity = bytes;
+    }
+
 private:
+    static unsigned char * Allocate(uint64_t bytes)
+    {
+        void * block = bytes <= 0x7FFFFFFF ? Alloc::New(static_cast<unsigned>(bytes)) : nullptr;
+        if (!block)
+            throw std::bad_alloc();
+        return static_cast<unsigned char *>(block);
+    }
+
+    void Free()
+    {
+        if (data != local)
+            Alloc::Delete(data);
+    }
+
     alignas(wchar_t) unsigned char local[8192];
     unsigned char * data;
+    uint64_t capacity;
 };
 
 uint32_t GetLittleEndian32(const unsigned char * in)
@@ -196,7 +227,7 @@ void File::ResetState(unsigned long newMode)
     dirty = 0;
     substitute = nullptr;
     member = nullptr;
-    flags &= ~FOREIGN_HANDLE;
+    flags &= ~(FOREIGN_HANDLE | WRITE_FAILED);
     mode = static_cast<uint32_t>(newMode);
 }
 
@@ -220,8 +251,14 @@ File::Result File::Open(const PString & subst, const char * name, unsigned long 
         size = 0;
     if (!name || strlen(name) >= MAX_PATH_LENGTH)
         return Fail(RES_FILENOTFOUND);
+    // The entry is used under the list lock, so that it cannot be removed meanwhile.
+    const char * substName = subst;
+    SingleLock guard(&SubstLock(), substName && *substName);
     FileSubstitute * entry = FileSubstitute::Find(subst);
+    if (!entry)
+        guard.Unlock();
     const Result opened = entry ? OpenThroughSubst(entry, name) : OpenDisk(name);
+    guard.Unlock();
     if (opened != RES_OK)
         return Fail(opened);
     return FinishOpen();
@@ -230,10 +267,15 @@ File::Result File::Open(const PString & subst, const char * name, unsigned long 
 File::Result File::OpenThroughSubst(FileSubstitute * entry, const char * name)
 {
     substitute = entry;
-    if (mode & MODE_READ_MASK)
-        return entry->OpenRead(*this, name) && IsOpen() ? RES_OK : RES_FILENOTFOUND;
-    if (entry->OpenWrite(*this, name) && IsOpen())
+    const bool opened =
+        (mode & MODE_READ_MASK) ? entry->OpenRead(*this, name) : entry->OpenWrite(*this, name);
+    // The member that took the file stays alive until the file lets it go.
+    if (member)
+        member->AddRef();
+    if (opened && IsOpen())
         return RES_OK;
+    if (mode & MODE_READ_MASK)
+        return RES_FILENOTFOUND;
     return (mode & MODE_CREATE_MASK) == MODE_CREATE_NEW ? RES_FILEALREADYEXISTS : RES_FILENOTFOUND;
 }
 
@@ -315,12 +357,9 @@ File::Result File::DetectCompression()
 File::Result File::Fail(Result result)
 {
     if (IsOpen())
-    {
-        if (member)
-            member->Close(*this);
-        else if (!(flags & FOREIGN_HANDLE))
-            FilePlatform::Close(handle);
-    }
+        CloseHandle();
+    else if (member)
+        member->Release();
     handle = -1;
     if (logOpens)
     {
@@ -336,25 +375,37 @@ unsigned long File::Close()
 {
     if (!IsOpen())
         return 0;
-    Flush();
-    if (member)
-        member->Close(*this);
-    else if ((mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED && !(flags & FOREIGN_HANDLE))
-        FinishCompressedWrite();
-    else if (!(flags & FOREIGN_HANDLE))
-        FilePlatform::Close(handle);
+    const bool written = Flush() && !(flags & WRITE_FAILED);
+    // A compressed write is finished only over data that reached the disk whole.
+    const bool compressing =
+        written && !member && !(flags & FOREIGN_HANDLE) && (mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED;
+    const bool closed = compressing ? FinishCompressedWrite() : CloseHandle();
     handle = -1;
     --openFiles;
     ResetState(mode);
-    return 0;
+    return written && closed ? 0 : RES_UNKNOWN;
+}
+
+// The member that opened the file takes it back and is let go; else the handle is closed here
+// unless it is the substitution's. False when the system reports that the close failed.
+bool File::CloseHandle()
+{
+    if (member)
+    {
+        member->Close(*this);
+        member->Release();
+        member = nullptr;
+        return true;
+    }
+    return (flags & FOREIGN_HANDLE) || FilePlatform::Close(handle);
 }
 
 void File::Commit()
 {
     if (!IsOpen() || !dirty)
         return;
-    Flush();
-    FilePlatform::Commit(handle);
+    if (!Flush() || !FilePlatform::Commit(handle))
+        flags |= WRITE_FAILED;
 }
 
 void File::CheckReadable(int line) const
@@ -389,18 +440,26 @@ void File::DropReadAhead()
     buffered = 0;
 }
 
+// Writes the pending bytes. What does not reach the file is not counted as written: the position
+// falls back to where the writing stopped, the size is asked of the system again, and Close
+// reports the loss.
 bool File::Flush()
 {
     if (!dirty)
         return true;
     const uint32_t pending = dirty;
+    unsigned long written = 0;
+    if (PlaceHandle(dataStart + position - pending))
+        written = MoveAll(handle, buffer, pending, FilePlatform::Write, false);
+    handlePosition += static_cast<uint32_t>(written);
     dirty = 0;
     DropReadAhead();
-    if (!PlaceHandle(dataStart + position - pending))
-        return false;
-    const unsigned long written = MoveAll(handle, buffer, pending, FilePlatform::Write, false);
-    handlePosition += static_cast<uint32_t>(written);
-    return written == pending;
+    if (written == pending)
+        return true;
+    position -= pending - static_cast<uint32_t>(written);
+    size = unknownSize;
+    flags |= WRITE_FAILED;
+    return false;
 }
 
 bool File::Refill()
@@ -468,9 +527,11 @@ unsigned long File::Read(void * data, unsigned long count, unsigned long itemSiz
 
 unsigned long File::WriteDirect(const unsigned char * data, unsigned long length)
 {
-    if (!PlaceHandle(dataStart + position))
-        return 0;
-    const unsigned long done = MoveAll(handle, data, length, FilePlatform::Write, true);
+    bool refused = !PlaceHandle(dataStart + position);
+    const unsigned long done =
+        refused ? 0 : MoveAll(handle, data, length, FilePlatform::Write, true, &refused);
+    if (refused)
+        flags |= WRITE_FAILED;
     handlePosition += static_cast<uint32_t>(done);
     position += static_cast<uint32_t>(done);
     if (position > size)
@@ -485,8 +546,12 @@ unsigned long File::Write(const void * data, unsigned long count, unsigned long 
     Size();
     if (!dirty)
         DropReadAhead();
-    const unsigned long total = TransferLength(count, itemSize);
+    // The file's positions are 32-bit: writing stops short of the last one, the unknown size.
+    const unsigned long room = position < unknownSize - 1 ? unknownSize - 1 - position : 0;
+    const unsigned long wanted = TransferLength(count, itemSize);
+    const unsigned long total = wanted < room ? wanted : room;
     const auto * in = static_cast<const unsigned char *>(data);
+    const uint32_t start = position;
     unsigned long done = 0;
     while (done < total)
     {
@@ -509,7 +574,9 @@ unsigned long File::Write(const void * data, unsigned long count, unsigned long 
         if (dirty == BUFFER_SIZE && !Flush())
             break;
     }
-    return itemSize ? done / itemSize : 0;
+    // A failed flush takes back what did not reach the file, of this call too.
+    const unsigned long counted = position > start ? position - start : 0;
+    return itemSize ? (done < counted ? done : counted) / itemSize : 0;
 }
 
 void File::SafeRead(void * data, unsigned long count, unsigned long itemSize)
@@ -620,24 +687,26 @@ bool File::WriteBlock(const char * id, const void * data, unsigned long length)
     return Write(header, 1, sizeof(header)) == 1 && Write(data, 1, length) == (length ? 1u : 0u);
 }
 
-// Copies whole units up to and including a line feed, at most `limit` bytes; a line that does
-// not fit is read on to its end and dropped, so the next call starts on the next line.
-unsigned long File::ReadLineBytes(unsigned char * out, unsigned long limit, unsigned unitSize)
+// Copies whole units up to and including a line feed, at most `limit` bytes; `ended` tells
+// whether the line feed or the end of the file came before the limit.
+unsigned long File::ReadLineBytes(unsigned char * out, unsigned long limit, unsigned unitSize, bool & ended)
 {
     CheckReadable(__LINE__);
     if (!Flush())
         return 0;
     unsigned long stored = 0;
-    bool ended = false;
+    ended = false;
     unsigned char unit[2] = {0, 0};
-    while (!ended && Read(unit, 1, unitSize) == 1)
+    while (!ended && stored + unitSize <= limit)
     {
-        ended = unit[0] == '\n' && (unitSize == 1 || unit[1] == 0);
-        if (stored + unitSize <= limit)
+        if (Read(unit, 1, unitSize) != 1)
         {
-            memcpy(out + stored, unit, unitSize);
-            stored += unitSize;
+            ended = true;
+            break;
         }
+        ended = unit[0] == '\n' && (unitSize == 1 || unit[1] == 0);
+        memcpy(out + stored, unit, unitSize);
+        stored += unitSize;
         if (unitSize == 1 && !ended && stored < limit)
         {
             // Fast path: take the rest of the buffered line in one step.
@@ -656,6 +725,15 @@ unsigned long File::ReadLineBytes(unsigned char * out, unsigned long limit, unsi
     return stored;
 }
 
+// Reads and drops the rest of a line that did not fit, so the next call starts on the next line.
+void File::SkipLine(unsigned unitSize)
+{
+    unsigned char unit[2] = {0, 0};
+    while (Read(unit, 1, unitSize) == 1)
+        if (unit[0] == '\n' && (unitSize == 1 || unit[1] == 0))
+            return;
+}
+
 unsigned long File::ReadLine(void * out, unsigned long length, int lineEncoding)
 {
     if (length < 2)
@@ -663,22 +741,39 @@ unsigned long File::ReadLine(void * out, unsigned long length, int lineEncoding)
     if ((lineEncoding ? lineEncoding : encoding) == ENCODING_UTF16)
         return ReadLineUtf16(static_cast<char *>(out), length);
     auto * text = static_cast<unsigned char *>(out);
-    const unsigned long stored = ReadLineBytes(text, length - 2, 1);
+    bool ended = false;
+    const unsigned long stored = ReadLineBytes(text, length - 2, 1, ended);
     text[stored] = 0;
+    if (!ended)
+        SkipLine(1);
     return stored;
 }
 
+// A line of at most length / 2 units (2,046 at least) is kept; its temporary grows with the line
+// read, not with the length the caller offers.
 unsigned long File::ReadLineUtf16(char * out, unsigned long length)
 {
-    const unsigned long temporaryBytes = length > lineTemporaryBytes ? length + 2 : lineTemporaryBytes;
-    const unsigned long units = temporaryBytes / 2 - 1;
-    Scratch stored(units * 2 + 2);
-    Scratch wide((units + 1) * sizeof(wchar_t));
-    const unsigned long bytes = ReadLineBytes(stored.As<unsigned char>(), units * 2, 2);
+    const unsigned long most = length > lineTemporaryBytes ? length / 2 : lineTemporaryBytes / 2 - 1;
+    unsigned long capacity = lineTemporaryBytes / 2 - 1;
+    Scratch stored(uint64_t(capacity) * 2 + 2);
+    bool ended = false;
+    unsigned long bytes = ReadLineBytes(stored.As<unsigned char>(), capacity * 2, 2, ended);
+    while (!ended && capacity < most)
+    {
+        capacity = most - capacity < capacity ? most : capacity * 2;
+        stored.Grow(uint64_t(capacity) * 2 + 2, bytes);
+        bytes += ReadLineBytes(stored.As<unsigned char>() + bytes, capacity * 2 - bytes, 2, ended);
+    }
+    if (!ended)
+        SkipLine(2);
+    Scratch wide((uint64_t(bytes) / 2 + 1) * sizeof(wchar_t));
     const size_t characters =
         CRuntime::DecodeUtf16(stored.As<unsigned char>(), bytes / 2, wide.As<wchar_t>());
     wide.As<wchar_t>()[characters] = 0;
-    const size_t converted = wcstombs(out, wide.As<wchar_t>(), length - 1);
+    // The runtime's conversion misbehaves with a room past the end of memory; the text needs no more.
+    const uint64_t needed = uint64_t(characters) * MB_CUR_MAX;
+    const size_t room = needed < length - 1 ? static_cast<size_t>(needed) : length - 1;
+    const size_t converted = wcstombs(out, wide.As<wchar_t>(), room);
     if (converted == static_cast<size_t>(-1))
     {
         out[0] = 0;
@@ -702,10 +797,10 @@ unsigned long File::WriteLineUtf16(const char * text)
     const size_t characters = mbstowcs(nullptr, text, 0);
     if (characters == static_cast<size_t>(-1))
         return 0;
-    Scratch wide((characters + 1) * sizeof(wchar_t));
+    Scratch wide((uint64_t(characters) + 1) * sizeof(wchar_t));
     mbstowcs(wide.As<wchar_t>(), text, characters + 1);
     const size_t units = CRuntime::Utf16Units(wide.As<wchar_t>(), characters);
-    Scratch encoded(units * 2);
+    Scratch encoded(uint64_t(units) * 2);
     CRuntime::EncodeUtf16(wide.As<wchar_t>(), characters, encoded.As<unsigned char>());
     return Write(encoded.As<unsigned char>(), static_cast<unsigned long>(units * 2), 1);
 }
@@ -714,6 +809,7 @@ unsigned long File::Seek(long offset, FileSeek origin)
 {
     if ((mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED)
         FILE_THROW("Seek() Can't seek writing compressed file");
+    Flush();
     int64_t target;
     switch (origin)
     {
@@ -729,10 +825,9 @@ unsigned long File::Seek(long offset, FileSeek origin)
     default:
         return 0xFFFFFFFF;
     }
-    if (target < 0 || target >= static_cast<int64_t>(unknownSize))
-        FILE_THROW("Seek() Position %lld is outside the file", static_cast<long long>(target));
-    Flush();
-    if (IsCompressed() && target < static_cast<int64_t>(Size()))
+    // Nothing is checked against the size: a target before the start becomes a position far past
+    // the end, where reads find nothing.
+    if (IsCompressed() && target >= 0 && target < static_cast<int64_t>(Size()))
         return SeekChunk(static_cast<uint32_t>(target));
     position = static_cast<uint32_t>(target);
     DropReadAhead();

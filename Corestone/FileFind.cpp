@@ -30,7 +30,7 @@ bool IsDrive(const char * pattern, const char * colon)
 }
 } // namespace
 
-File::Find::Find() : walk(nullptr), subst(nullptr), memberIndex(0), results(0) {}
+File::Find::Find() : walk(nullptr), places(nullptr), placeCount(0), placeIndex(0), results(0) {}
 
 File::Find::~Find()
 {
@@ -41,16 +41,23 @@ void File::Find::Close()
 {
     DeleteObject(WalkOf(walk));
     walk = nullptr;
-    subst = nullptr;
-    memberIndex = 0;
+    if (places)
+    {
+        SingleLock guard(&SubstLock(), true);
+        FileSubstitute::ReleasePlaces(places, placeCount);
+    }
+    places = nullptr;
+    placeCount = 0;
+    placeIndex = 0;
     results = 0;
 }
 
-// Splits the pattern into the folder part (kept with its separator) and the name wildcard.
+// Splits the pattern into the folder part (kept with its separator) and the name wildcard. "*.*"
+// lists every name, those without a '.' too, which the matcher alone would not.
 void File::Find::ReduceWildcard(const char * pattern)
 {
     wildcard.GetFileName(pattern);
-    if (wildcard.IsEmpty())
+    if (wildcard.IsEmpty() || strcmp(wildcard, "*.*") == 0)
         wildcard = "*";
     prefix.GetPath(pattern);
 }
@@ -76,31 +83,38 @@ bool File::Find::Open(const char * pattern)
 bool File::Find::Open(const char * pattern, const PString & substName)
 {
     Close();
-    subst = FileSubstitute::Find(substName);
-    if (!subst)
-        throw FileEx(module, __LINE__, "Open() Subst not found");
+    {
+        SingleLock guard(&SubstLock(), true);
+        FileSubstitute * subst = FileSubstitute::Find(substName);
+        if (!subst)
+            throw FileEx(module, __LINE__, "Open() Subst not found");
+        places = subst->TakePlaces(placeCount);
+    }
     ReduceWildcard(pattern);
     folder = prefix;
     char named[2 * MAX_PATH_LENGTH];
     snprintf(named, sizeof(named), "%s:%s", static_cast<const char *>(substName), folder.Text());
     prefix = named;
-    memberIndex = 0;
+    placeIndex = 0;
     return StartMember() || NextSearch();
 }
 
-// Lists the current member's folder; false when it has none on disk.
+// Lists the current place's folder; false when it has none on disk.
 bool File::Find::StartMember()
 {
+    if (placeIndex >= placeCount)
+        return false;
     SingleLock guard(&SubstLock(), true);
-    FileSub * member = subst->Member(memberIndex);
-    return member && member->DiskName(folder, directory) && FirstDirect();
+    const bool onDisk = places[placeIndex]->DiskName(folder, directory);
+    guard.Unlock();
+    return onDisk && FirstDirect();
 }
 
 bool File::Find::NextSearch()
 {
-    while (subst && memberIndex + 1 < subst->Count())
+    while (placeIndex + 1 < placeCount)
     {
-        ++memberIndex;
+        ++placeIndex;
         if (StartMember())
             return true;
     }
@@ -144,16 +158,16 @@ bool File::Find::CheckFiles()
 {
     if (!Path::IsMatch(entry.name, wildcard))
         return false;
-    if (!subst)
+    if (!places)
         return true;
+    // A name cut at the path's bound would be another file's.
     Path name(folder);
-    name.AddPath(entry.name);
-    for (unsigned newer = 0; newer < memberIndex; ++newer)
-    {
-        FileSub * member = subst->Member(newer);
-        if (member && member->Exists(name))
+    if (!name.AddPath(entry.name))
+        return false;
+    SingleLock guard(&SubstLock(), true);
+    for (unsigned newer = 0; newer < placeIndex; ++newer)
+        if (places[newer]->Exists(name))
             return false;
-    }
     return true;
 }
 

@@ -60,7 +60,7 @@ void WriteCompressed(const std::string & name, const Bytes & data)
         ASSERT_EQ(take, file.Write(data.data() + done, static_cast<unsigned long>(take), 1));
         done += take;
     }
-    file.Close();
+    EXPECT_EQ(0u, file.Close());
 }
 
 Bytes ReadThrough(const std::string & name, bool expectCompressed = true)

@@ -139,6 +139,7 @@ public:
         void GetFileName(const char * name);
         void ExtractFirstPath();
         bool MakeRelativeTo(const char * base);
+        // Each buffer given (any may be null) must hold MAX_PATH_LENGTH bytes.
         void SplitPath(char * drive, char * directory, char * name, char * ext) const;
 
     private:
@@ -207,8 +208,10 @@ public:
         bool StartMember();
 
         void * walk;
-        FileSubstitute * subst;
-        unsigned memberIndex;
+        // The places of the substitution searched, held until the search closes.
+        FileSub ** places;
+        unsigned placeCount;
+        unsigned placeIndex;
         Path directory; // the folder being listed
         Path wildcard;  // the name pattern within it
         Path prefix;    // what a result's name is joined to
@@ -225,6 +228,7 @@ public:
     Result Open(const PString & subst, const char * name, unsigned long mode,
                 int encoding = ENCODING_DEFAULT);
     Result Open(const char * name, unsigned long mode, int encoding = ENCODING_DEFAULT);
+    // RES_UNKNOWN when written bytes could not be stored (a full disk, a size limit); else 0.
     unsigned long Close();
     bool IsOpen() const { return handle != -1; }
     void Commit();
@@ -316,7 +320,8 @@ public:
     // Removes a directory with everything below it.
     static bool Prune(const char * directory);
     static bool Prune(const PString & subst, const char * directory);
-    // Rewrites the name in place as its full absolute form; false when it cannot be resolved.
+    // Rewrites the name in place as its full absolute form; false, with the name unchanged, when
+    // it cannot be resolved or the result would not fit. `name` must hold MAX_PATH_LENGTH bytes.
     static bool TrueName(char * name);
     static bool GetStamp(Time & stamp, const char * name);
     static bool GetStamp(Time & stamp, const PString & subst, const char * name);
@@ -344,7 +349,9 @@ private:
     enum : uint8_t
     {
         OWNS_BUFFER = 1,
-        FOREIGN_HANDLE = 2
+        FOREIGN_HANDLE = 2,
+        // Buffered bytes failed to reach the file since it was opened; Close reports it.
+        WRITE_FAILED = 4
     };
 
     template <typename T>
@@ -364,6 +371,7 @@ private:
     Result DetectCompression();
     Result FinishOpen();
     Result Fail(Result result);
+    bool CloseHandle();
     bool AttachDisk(const char * fullName);
     void CheckReadable(int line) const;
     void CheckWritable(int line) const;
@@ -380,8 +388,9 @@ private:
     bool RefillChunk();
     unsigned long SeekChunk(uint32_t target);
     uint32_t ChunkedSize();
-    void FinishCompressedWrite();
-    unsigned long ReadLineBytes(unsigned char * buffer, unsigned long limit, unsigned unitSize);
+    bool FinishCompressedWrite();
+    unsigned long ReadLineBytes(unsigned char * buffer, unsigned long limit, unsigned unitSize, bool & ended);
+    void SkipLine(unsigned unitSize);
     unsigned long ReadLineUtf16(char * buffer, unsigned long length);
     unsigned long WriteLineUtf16(const char * text);
 
