@@ -141,6 +141,8 @@ void PStringCache::Link(Node * node)
 
 void PStringCache::Unlink(Node * node)
 {
+    if (node == walkNode)
+        walkNode = node->next;
     Bucket & bucket =
         buckets[GetHash(reinterpret_cast<unsigned char *>(node->Text()), node->length) % bucketCount];
     (node->previous != nullptr ? node->previous->next : bucket.head) = node->next;
@@ -170,9 +172,10 @@ PStringCache::Node * PStringCache::Create(const unsigned char * text)
     return text == nullptr ? nullptr : Create(text, static_cast<unsigned int>(std::strlen(Chars(text))));
 }
 
+// A text too long for a node is no name: it gives a null node, as a null text does.
 PStringCache::Node * PStringCache::Create(const unsigned char * text, unsigned int length)
 {
-    if (text == nullptr)
+    if (text == nullptr || !TextOps::Fits<char>(length))
         return nullptr;
     PoolLock lock;
     ++references;
@@ -233,10 +236,12 @@ void PStringCache::Destroy(Node * node)
 
 PStringCache::Node * PStringCache::GetUnique(Node * node, unsigned int newLength)
 {
+    if (!TextOps::Fits<char>(newLength))
+        return nullptr;
     unsigned int capacity = NodeBytes(newLength) - static_cast<unsigned int>(sizeof(Node));
+    PoolLock lock;
     if (node == nullptr)
         return NewNode(newLength);
-    PoolLock lock;
     if (node->references < 2 && capacity <= node->capacity)
     {
         // Its text is about to change, and with it its bucket.
@@ -302,7 +307,7 @@ PStringCache::Node * PStringCache::Ins(Node * node, const unsigned char * text, 
     // A private copy: the text may be the node's own, which the edit moves.
     AnsiString piece(Chars(text));
     unsigned int length = node != nullptr ? node->length : 0;
-    if (piece.Length() == 0 || pos > length)
+    if (piece.Length() == 0 || pos > length || !TextOps::Fits<char>(uint64_t{length} + piece.Length()))
         return node;
     return Edited(node, length + piece.Length(),
                   [&piece, pos](Node * unique)
@@ -371,15 +376,23 @@ int PStringCache::Find(Node * node, const unsigned char * text, unsigned int sta
     return node == nullptr ? -1 : TextOps::FindText(node->Text(), node->length, Chars(text), start);
 }
 
+// The walk remembers the node it returns next, never one it has returned: a node leaving its
+// chain (swept, re-interned or moved to the front) hands the walk on to its successor in Unlink,
+// so the walk never holds a node that may be freed.
 PStringCache::Node * PStringCache::Next()
 {
-    if (walkNode != nullptr)
-        walkNode = walkNode->next;
-    while (walkNode == nullptr && ++walkBucket < static_cast<int32_t>(bucketCount))
-        walkNode = buckets[walkBucket].head;
-    if (walkNode == nullptr)
+    PoolLock lock;
+    Node * node = walkNode;
+    while (node == nullptr && ++walkBucket < static_cast<int32_t>(bucketCount))
+        node = buckets[walkBucket].head;
+    if (node == nullptr)
+    {
         walkBucket = -1;
-    return walkNode;
+        walkNode = nullptr;
+        return nullptr;
+    }
+    walkNode = node->next;
+    return node;
 }
 
 void PStringCache::ClearIDs()
