@@ -328,9 +328,18 @@ bool MultiByteString::SetANSI(const char * text, int count)
     return true;
 }
 
+// Whole characters while they fit in outSize - 1 bytes, so the copy never ends in a cut sequence.
 int MultiByteString::GetANSI(char * out, unsigned int outSize) const
 {
-    return TextOps::CopyOut(buffer != nullptr ? buffer : "", size, out, outSize);
+    unsigned int whole = 0;
+    while (whole < size && outSize != 0)
+    {
+        unsigned int step = CharacterBytes(buffer + whole, size - whole);
+        if (step > outSize - 1 - whole)
+            break;
+        whole += step;
+    }
+    return TextOps::CopyOut(buffer != nullptr ? buffer : "", whole, out, outSize);
 }
 
 unsigned int MultiByteString::operator[](unsigned int index) const

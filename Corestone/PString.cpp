@@ -17,8 +17,13 @@ bool PString::isFinished = false;
 
 namespace
 {
-// There is only ever one pool, so its lock is global to the library.
-CriticalSection * poolLock = nullptr;
+// There is only ever one pool, so its lock is global to the library. It is made on first use and
+// outlives every pool, so a pool made and destroyed by a caller cannot take it from the others.
+CriticalSection & PoolMutex()
+{
+    static CriticalSection lock("PStringCache");
+    return lock;
+}
 // Live CorestoneInit objects; the last one to go takes the pool with it.
 int initCount = 0;
 
@@ -62,10 +67,19 @@ CorestoneInit::~CorestoneInit()
     }
 }
 
-PStringCache::PStringCache(unsigned int bucketCount) : bucketCount(bucketCount)
+// A bucket count whose table cannot be had (none, or more than memory holds) gives one bucket.
+PStringCache::PStringCache(unsigned int count) : bucketCount(count)
 {
-    poolLock = new (Alloc::New(sizeof(CriticalSection))) CriticalSection("PStringCache");
-    buckets = static_cast<Bucket *>(Alloc::New(bucketCount * sizeof(Bucket)));
+    PoolMutex();
+    uint64_t bytes = uint64_t{count} * sizeof(Bucket);
+    buckets = count != 0 && bytes <= 0x7FFFFFFF
+                  ? static_cast<Bucket *>(Alloc::New(static_cast<unsigned int>(bytes)))
+                  : nullptr;
+    if (buckets == nullptr)
+    {
+        bucketCount = 1;
+        buckets = static_cast<Bucket *>(Alloc::New(sizeof(Bucket)));
+    }
     std::memset(buckets, 0, bucketCount * sizeof(Bucket));
 }
 
@@ -81,19 +95,16 @@ PStringCache::~PStringCache()
         }
     }
     Alloc::Delete(buckets);
-    poolLock->~CriticalSection();
-    Alloc::Delete(poolLock);
-    poolLock = nullptr;
 }
 
 void PStringCache::Lock()
 {
-    poolLock->Lock();
+    PoolMutex().Lock();
 }
 
 void PStringCache::Unlock()
 {
-    poolLock->Unlock();
+    PoolMutex().Unlock();
 }
 
 uint32_t PStringCache::GetHash(const unsigned char * text, unsigned int length)

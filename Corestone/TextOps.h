@@ -296,14 +296,16 @@ int FormatOnce(Char * buffer, size_t count, const Char * format, va_list args)
 }
 
 // Formatted text, short texts on the stack, longer ones in blocks growing fourfold up to 32M
-// characters; a text that still does not fit, or cannot be formatted at all, is empty.
+// characters; a text that still does not fit, or cannot be formatted at all, is empty, and so is
+// the text of a null format.
 template <class Char>
 class FormattedText
 {
 public:
     FormattedText(const Char * format, va_list args)
     {
-        length = FormatOnce(stack, 1023, format, args);
+        stack[0] = 0;
+        length = format != nullptr ? FormatOnce(stack, 1023, format, args) : 0;
         if (length >= 0)
             return;
         for (size_t characters = 32768; length == -1; characters *= 4)

@@ -225,9 +225,14 @@ bool UnicodeString::SetUnicode(const wchar_t * text, int n)
     return text != nullptr;
 }
 
+// Where wide characters are UTF-16 units, a cut never separates the two halves of a pair.
 int UnicodeString::GetUnicode(wchar_t * out, unsigned int count) const
 {
-    return TextOps::CopyOut(buffer != nullptr ? buffer : L"", length, out, count);
+    unsigned int whole = count != 0 && count - 1 < length ? count - 1 : length;
+    if (sizeof(wchar_t) == 2 && whole != 0 && whole < length && (buffer[whole - 1] & 0xFC00) == 0xD800 &&
+        (buffer[whole] & 0xFC00) == 0xDC00)
+        --whole;
+    return TextOps::CopyOut(buffer != nullptr ? buffer : L"", whole, out, count);
 }
 
 wchar_t UnicodeString::operator[](unsigned int index) const

@@ -7,6 +7,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -216,6 +217,26 @@ TEST(MultiByteString, CapacityFollowsTheSixteenRuleAndNeverShrinks)
     }
 }
 
+TEST(MultiByteString, CopiedOutInWholeCharacters)
+{
+    SKIP_UNLESS_MULTIBYTE_LOCALE();
+    MultiByteString text(mixed);
+    char buffer[16];
+    const int expected[] = {-1, 0, 1, 1, 3, 3, 3, 6, 7, 7};
+    EXPECT_EQ(text.GetANSI(buffer, 0), -1);
+    for (unsigned int size = 1; size < 10; ++size)
+    {
+        std::memset(buffer, '?', sizeof(buffer));
+        ASSERT_EQ(text.GetANSI(buffer, size), expected[size]) << size;
+        EXPECT_EQ(std::string(buffer), std::string(mixed, static_cast<size_t>(expected[size]))) << size;
+    }
+    // A stray byte counts as one character of one byte.
+    MultiByteString stray("ab\xe4\xb8");
+    EXPECT_EQ(stray.GetANSI(buffer, 4), 3);
+    EXPECT_EQ(MultiByteString().GetANSI(buffer, 4), 0);
+    EXPECT_STREQ(buffer, "");
+}
+
 TEST(MultiByteString, BytesWrittenThroughTheIndex)
 {
     MultiByteString text("abc");
@@ -393,9 +414,10 @@ TEST(StringBounds, IndicesPastTheEndOnEveryType)
     EXPECT_TRUE(MultiByteString().Token(",").IsBufferNULL());
 }
 
-// A null search text is found nowhere, by every search of every string type; a null string reads
-// as NUL through its index, and a write through it reaches no other string.
-TEST(StringBounds, NullSearchTextsAndNullStrings)
+// A null search text is found nowhere, by every search of every string type, and a null format
+// formats nothing; a null string reads as NUL through its index, and a write through it reaches
+// no other string.
+TEST(StringBounds, NullTextsAndNullStrings)
 {
     AnsiString ansi("abc");
     UnicodeString wide(L"abc");
@@ -430,6 +452,16 @@ TEST(StringBounds, NullSearchTextsAndNullStrings)
     EXPECT_EQ(static_cast<const UnicodeString &>(nullWide)[0], L'\0');
     EXPECT_EQ(static_cast<const MultiByteString &>(nullMulti)[0], 0u);
     EXPECT_EQ(static_cast<const AnsiString &>(AnsiString())[0], 0u);
+
+    ansi.Setf(nullptr);
+    wide.Setf(nullptr);
+    multi.Setf(nullptr);
+    pooled.Setf(nullptr);
+    EXPECT_TRUE(ansi.IsBufferNULL());
+    EXPECT_EQ(wide, L"");
+    EXPECT_TRUE(multi.IsBufferNULL());
+    EXPECT_TRUE(pooled.IsNull());
+    EXPECT_EQ(ansi.Addf(nullptr), 0);
 }
 
 // Counts that would grow a text past what a record can hold leave it as it was, instead of

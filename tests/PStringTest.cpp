@@ -267,6 +267,26 @@ TEST(PString, WalkWhileAnotherThreadChurnsThePool)
     churn.join();
 }
 
+// A pool of one's own shares the process pool's lock and leaves it behind when it goes.
+TEST(PString, APoolOfOnesOwnComesAndGoes)
+{
+    for (unsigned int buckets : {7u, 0u, 0xFFFFFFFFu})
+    {
+        PStringCache own(buckets);
+        EXPECT_EQ(own.GetBucketCount(), buckets == 7 ? 7u : 1u);
+        PStringCache::Node * first = own.Create(reinterpret_cast<const unsigned char *>("own"));
+        PStringCache::Node * second = own.Create(reinterpret_cast<const unsigned char *>("own"), 3);
+        EXPECT_EQ(first, second);
+        EXPECT_EQ(own.GetBucketNodes(own.GetBucketCount()), 0u);
+        own.Destroy(first);
+        own.Destroy(second);
+    }
+    PString after("made after a pool of one's own went");
+    PString copy(after);
+    EXPECT_EQ(copy, after);
+    Pool().CollectGarbage();
+}
+
 TEST(PString, SerialisedLikeAnsiStrings)
 {
     MemoryWriter writer;

@@ -152,6 +152,16 @@ TEST(UnicodeString, CopiedOutInWholeCharacters)
             EXPECT_EQ(std::strlen(buffer), (size - 1) / 3 * 3) << size;
         }
     }
+    // Where wide characters are UTF-16 units, a copy never ends between the halves of a pair.
+    if constexpr (sizeof(wchar_t) == 2)
+    {
+        UnicodeString pair(L"a\xd83d\xde00");
+        wchar_t units[4];
+        EXPECT_EQ(pair.GetUnicode(units, 3), 1);
+        EXPECT_EQ(std::wstring(units), L"a");
+        EXPECT_EQ(pair.GetUnicode(units, 4), 3);
+    }
+
     // A character the current set cannot hold: a lone surrogate where wide characters are 32 bits,
     // else one outside the 8-bit set.
     UnicodeString tail(L"ab");

@@ -28,6 +28,8 @@ public:
         char * Text() { return reinterpret_cast<char *>(this + 1); }
     };
 
+    // Every pool shares the one lock of the process pool. A bucket count whose table cannot be
+    // had (0, or more than memory holds) gives a single bucket.
     explicit PStringCache(unsigned int bucketCount);
     ~PStringCache();
     PStringCache(const PStringCache &) = delete;
