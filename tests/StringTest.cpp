@@ -280,12 +280,12 @@ TEST(AnsiString, FormattingFitsExactlyAtTheTopOfTheLadder)
 {
     const int top = 33554431;
     AnsiString text;
-    text.Setf("%*d", top, 7);
+    text.Setf("%*s", top, "q");
     ASSERT_EQ(text.Length(), static_cast<unsigned int>(top));
     EXPECT_EQ(text[0], ' ');
-    EXPECT_EQ(text[top - 1], '7');
+    EXPECT_EQ(text[top - 1], 'q');
     EXPECT_EQ(text[top], 0u);
-    text.Setf("%*d", top + 1, 7);
+    text.Setf("%*s", top + 1, "q");
     EXPECT_TRUE(text.IsBufferNULL());
 }
 

@@ -206,13 +206,13 @@ TEST(UnicodeString, FormattingFitsExactlyAtTheTopOfTheLadder)
 {
     const int top = 33554431;
     UnicodeString text;
-    text.Setf(L"%*d", top, 7);
+    text.Setf(L"%*ls", top, L"q");
     ASSERT_EQ(text.Length(), static_cast<unsigned int>(top));
     EXPECT_EQ(text[0], L' ');
-    EXPECT_EQ(text[top - 1], L'7');
+    EXPECT_EQ(text[top - 1], L'q');
     EXPECT_EQ(text[top], L'\0');
     // One more is past the ladder: the result is empty, and unlike the 8-bit string not null.
-    text.Setf(L"%*d", top + 1, 7);
+    text.Setf(L"%*ls", top + 1, L"q");
     EXPECT_FALSE(text.IsBufferNULL());
     EXPECT_EQ(text.Length(), 0u);
 }
