@@ -45,8 +45,8 @@ Char * WriteRadix(int value, Char * buffer, int radix)
     return buffer;
 }
 
-// C's snprintf terminates and reports the full length; the Windows form fills the buffer
-// without a terminator when the text is exactly as long as the count and reports -1 beyond.
+// The buffer has room for count characters and a NUL, so a text of exactly count characters
+// fits; C's snprintf reports a longer text by its full length, swprintf by -1.
 int FitCount(int written, size_t count)
 {
     if (written < 0)
@@ -143,30 +143,14 @@ size_t Mbslen(const unsigned char * text)
 
 int Vsnprintf(char * buffer, size_t count, const char * format, va_list args)
 {
-    va_list again;
-    va_copy(again, args);
     errno = 0;
-    int written = std::vsnprintf(buffer, count, format, args);
-    if (written >= 0 && static_cast<size_t>(written) == count && count > 0)
-    {
-        // Exactly full: the Windows form keeps the last character instead of a terminator.
-        char * whole = static_cast<char *>(std::malloc(count + 1));
-        if (whole != nullptr)
-        {
-            std::vsnprintf(whole, count + 1, format, again);
-            std::memcpy(buffer, whole, count);
-            std::free(whole);
-        }
-    }
-    va_end(again);
-    return FitCount(written, count);
+    return FitCount(std::vsnprintf(buffer, count + 1, format, args), count);
 }
 
 int Vsnwprintf(wchar_t * buffer, size_t count, const wchar_t * format, va_list args)
 {
     errno = 0;
-    int written = std::vswprintf(buffer, count, format, args);
-    return FitCount(written, count);
+    return FitCount(std::vswprintf(buffer, count + 1, format, args), count);
 }
 
 long MultiByteToWide(const char * text, size_t maxChars, wchar_t * out)
@@ -188,18 +172,24 @@ long MultiByteToWide(const char * text, size_t maxChars, wchar_t * out)
     return produced;
 }
 
-long WideToMultiByte(const wchar_t * text, size_t length, char * out)
+long WideToMultiByte(const wchar_t * text, size_t length, char * out, size_t room)
 {
     std::mbstate_t state{};
-    long produced = 0;
-    for (size_t i = 0; i < length && text[i] != 0; ++i)
+    size_t produced = 0;
+    for (size_t i = 0; i < length && text[i] != 0 && produced < room; ++i)
     {
-        size_t step = std::wcrtomb(out + produced, text[i], &state);
+        char bytes[MB_LEN_MAX];
+        bool direct = room - produced >= MB_LEN_MAX;
+        size_t step = std::wcrtomb(direct ? out + produced : bytes, text[i], &state);
         if (step == static_cast<size_t>(-1))
             return -1;
-        produced += static_cast<long>(step);
+        if (step > room - produced)
+            break;
+        if (!direct)
+            std::memcpy(out + produced, bytes, step);
+        produced += step;
     }
-    return produced;
+    return static_cast<long>(produced);
 }
 
 size_t Utf16Units(const wchar_t * text, size_t length)

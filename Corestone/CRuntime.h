@@ -23,8 +23,8 @@ wchar_t * Wcsupr(wchar_t * text);
 // Characters of the current multibyte set; an invalid byte counts as one character.
 size_t Mbslen(const unsigned char * text);
 
-// Formatting as _vsnprintf/_vsnwprintf: the count written, -1 when the text does not fit (the
-// buffer is then full and not terminated). A text the runtime cannot produce at all (an
+// Formatting of at most count characters into a buffer of count + 1, NUL-terminated: the count
+// written, or -1 when the text is longer. A text the runtime cannot produce at all (an
 // unconvertible character) gives FormatImpossible, so callers stop growing their buffer.
 constexpr int FormatImpossible = -2;
 int Vsnprintf(char * buffer, size_t count, const char * format, va_list args);
@@ -34,8 +34,10 @@ int Vsnwprintf(wchar_t * buffer, size_t count, const wchar_t * format, va_list a
 // locale. With a null output only counts. Returns the characters produced, or -1 when a character
 // cannot be converted.
 long MultiByteToWide(const char * text, size_t maxChars, wchar_t * out);
-// Converts at most length wide characters (stopping at a NUL); out needs MB_CUR_MAX per character.
-long WideToMultiByte(const wchar_t * text, size_t length, char * out);
+// Converts at most length wide characters (stopping at a NUL) into at most room bytes, whole
+// characters only; returns the bytes, or -1 when a character that would be reached cannot be
+// converted. Without a room out needs MB_CUR_MAX bytes per character.
+long WideToMultiByte(const wchar_t * text, size_t length, char * out, size_t room = SIZE_MAX);
 
 // UTF-16 little-endian is the stored form of wide text on every target. Utf16Units gives the units
 // the text needs; EncodeUtf16 writes them (2 bytes each). DecodeUtf16 turns units back into

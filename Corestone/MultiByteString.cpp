@@ -128,7 +128,8 @@ MultiByteString::MultiByteString(const char * text)
 
 MultiByteString::MultiByteString(const char * text, unsigned int size)
 {
-    Set(reinterpret_cast<const unsigned char *>(text), static_cast<int>(size));
+    if (size <= MaxBytes)
+        Set(reinterpret_cast<const unsigned char *>(text), static_cast<int>(size));
 }
 
 MultiByteString::MultiByteString(unsigned int character, unsigned int count)
@@ -236,10 +237,8 @@ bool MultiByteString::Reserve(unsigned int bytes, bool keep)
     unsigned int needed = TextOps::NewSize(bytes);
     if (buffer != nullptr && needed <= capacity)
         return true;
-    // Kept text that outgrows its buffer doubles it, so a run of appends copies the text only a
-    // logarithmic number of times.
     if (keep && buffer != nullptr)
-        needed = std::min(std::max(needed, 2 * capacity), TextOps::NewSize(MaxBytes));
+        needed = TextOps::KeptCapacity(needed, capacity);
     auto * fresh = static_cast<char *>(Alloc::New(needed));
     if (fresh == nullptr)
         return false;
@@ -303,14 +302,13 @@ bool MultiByteString::SetUnicode(const wchar_t * text, int n)
     }
     size_t count = n < 0 ? std::wcslen(text) : static_cast<size_t>(n);
     TextOps::Scratch<char, 4094> scratch;
-    char * bytes = count < MaxBytes ? scratch.Reserve(count * MB_CUR_MAX + 1) : nullptr;
-    long converted = bytes != nullptr ? CRuntime::WideToMultiByte(text, count, bytes) : -1;
+    long converted = TextOps::ToMultiByte(text, count, scratch);
     if (converted < 0)
     {
         Free();
         return false;
     }
-    Set(reinterpret_cast<unsigned char *>(bytes), static_cast<int>(converted));
+    Set(reinterpret_cast<unsigned char *>(scratch.Data()), static_cast<int>(converted));
     return true;
 }
 
@@ -330,9 +328,38 @@ bool MultiByteString::SetANSI(const char * text, int count)
     return true;
 }
 
+// Whole characters while they fit in outSize - 1 bytes, so the copy never ends in a cut sequence.
 int MultiByteString::GetANSI(char * out, unsigned int outSize) const
 {
-    return TextOps::CopyOut(buffer != nullptr ? buffer : "", size, out, outSize);
+    unsigned int whole = 0;
+    while (whole < size && outSize != 0)
+    {
+        unsigned int step = CharacterBytes(buffer + whole, size - whole);
+        if (step > outSize - 1 - whole)
+            break;
+        whole += step;
+    }
+    return TextOps::CopyOut(buffer != nullptr ? buffer : "", whole, out, outSize);
+}
+
+unsigned int MultiByteString::operator[](unsigned int index) const
+{
+    return buffer != nullptr ? static_cast<unsigned char>(buffer[index]) : 0;
+}
+
+unsigned int MultiByteString::operator[](int index) const
+{
+    return (*this)[static_cast<unsigned int>(index)];
+}
+
+char & MultiByteString::operator[](unsigned int index)
+{
+    return buffer != nullptr ? buffer[index] : TextOps::NullSlot<char>();
+}
+
+char & MultiByteString::operator[](int index)
+{
+    return (*this)[static_cast<unsigned int>(index)];
 }
 
 int MultiByteString::GetInt(int base) const

@@ -17,8 +17,13 @@ bool PString::isFinished = false;
 
 namespace
 {
-// There is only ever one pool, so its lock is global to the library.
-CriticalSection * poolLock = nullptr;
+// There is only ever one pool, so its lock is global to the library. It is made on first use and
+// outlives every pool, so a pool made and destroyed by a caller cannot take it from the others.
+CriticalSection & PoolMutex()
+{
+    static CriticalSection lock("PStringCache");
+    return lock;
+}
 // Live CorestoneInit objects; the last one to go takes the pool with it.
 int initCount = 0;
 
@@ -62,10 +67,19 @@ CorestoneInit::~CorestoneInit()
     }
 }
 
-PStringCache::PStringCache(unsigned int bucketCount) : bucketCount(bucketCount)
+// A bucket count whose table cannot be had (none, or more than memory holds) gives one bucket.
+PStringCache::PStringCache(unsigned int count) : bucketCount(count)
 {
-    poolLock = new (Alloc::New(sizeof(CriticalSection))) CriticalSection("PStringCache");
-    buckets = static_cast<Bucket *>(Alloc::New(bucketCount * sizeof(Bucket)));
+    PoolMutex();
+    uint64_t bytes = uint64_t{count} * sizeof(Bucket);
+    buckets = count != 0 && bytes <= 0x7FFFFFFF
+                  ? static_cast<Bucket *>(Alloc::New(static_cast<unsigned int>(bytes)))
+                  : nullptr;
+    if (buckets == nullptr)
+    {
+        bucketCount = 1;
+        buckets = static_cast<Bucket *>(Alloc::New(sizeof(Bucket)));
+    }
     std::memset(buckets, 0, bucketCount * sizeof(Bucket));
 }
 
@@ -81,19 +95,16 @@ PStringCache::~PStringCache()
         }
     }
     Alloc::Delete(buckets);
-    poolLock->~CriticalSection();
-    Alloc::Delete(poolLock);
-    poolLock = nullptr;
 }
 
 void PStringCache::Lock()
 {
-    poolLock->Lock();
+    PoolMutex().Lock();
 }
 
 void PStringCache::Unlock()
 {
-    poolLock->Unlock();
+    PoolMutex().Unlock();
 }
 
 uint32_t PStringCache::GetHash(const unsigned char * text, unsigned int length)
@@ -141,6 +152,8 @@ void PStringCache::Link(Node * node)
 
 void PStringCache::Unlink(Node * node)
 {
+    if (node == walkNode)
+        walkNode = node->next;
     Bucket & bucket =
         buckets[GetHash(reinterpret_cast<unsigned char *>(node->Text()), node->length) % bucketCount];
     (node->previous != nullptr ? node->previous->next : bucket.head) = node->next;
@@ -170,9 +183,10 @@ PStringCache::Node * PStringCache::Create(const unsigned char * text)
     return text == nullptr ? nullptr : Create(text, static_cast<unsigned int>(std::strlen(Chars(text))));
 }
 
+// A text too long for a node is no name: it gives a null node, as a null text does.
 PStringCache::Node * PStringCache::Create(const unsigned char * text, unsigned int length)
 {
-    if (text == nullptr)
+    if (text == nullptr || !TextOps::Fits<char>(length))
         return nullptr;
     PoolLock lock;
     ++references;
@@ -233,10 +247,12 @@ void PStringCache::Destroy(Node * node)
 
 PStringCache::Node * PStringCache::GetUnique(Node * node, unsigned int newLength)
 {
+    if (!TextOps::Fits<char>(newLength))
+        return nullptr;
     unsigned int capacity = NodeBytes(newLength) - static_cast<unsigned int>(sizeof(Node));
+    PoolLock lock;
     if (node == nullptr)
         return NewNode(newLength);
-    PoolLock lock;
     if (node->references < 2 && capacity <= node->capacity)
     {
         // Its text is about to change, and with it its bucket.
@@ -302,7 +318,7 @@ PStringCache::Node * PStringCache::Ins(Node * node, const unsigned char * text, 
     // A private copy: the text may be the node's own, which the edit moves.
     AnsiString piece(Chars(text));
     unsigned int length = node != nullptr ? node->length : 0;
-    if (piece.Length() == 0 || pos > length)
+    if (piece.Length() == 0 || pos > length || !TextOps::Fits<char>(uint64_t{length} + piece.Length()))
         return node;
     return Edited(node, length + piece.Length(),
                   [&piece, pos](Node * unique)
@@ -371,15 +387,23 @@ int PStringCache::Find(Node * node, const unsigned char * text, unsigned int sta
     return node == nullptr ? -1 : TextOps::FindText(node->Text(), node->length, Chars(text), start);
 }
 
+// The walk remembers the node it returns next, never one it has returned: a node leaving its
+// chain (swept, re-interned or moved to the front) hands the walk on to its successor in Unlink,
+// so the walk never holds a node that may be freed.
 PStringCache::Node * PStringCache::Next()
 {
-    if (walkNode != nullptr)
-        walkNode = walkNode->next;
-    while (walkNode == nullptr && ++walkBucket < static_cast<int32_t>(bucketCount))
-        walkNode = buckets[walkBucket].head;
-    if (walkNode == nullptr)
+    PoolLock lock;
+    Node * node = walkNode;
+    while (node == nullptr && ++walkBucket < static_cast<int32_t>(bucketCount))
+        node = buckets[walkBucket].head;
+    if (node == nullptr)
+    {
         walkBucket = -1;
-    return walkNode;
+        walkNode = nullptr;
+        return nullptr;
+    }
+    walkNode = node->next;
+    return node;
 }
 
 void PStringCache::ClearIDs()

@@ -7,7 +7,6 @@
 #include "TextOps.h"
 #include "UnicodeString.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -56,10 +55,20 @@ inline char * AnsiString::Text() const
     return record->Text();
 }
 
+// A record whose count is 1 belongs to this string alone: no other string can start sharing it, so
+// it is freed without the interlocked decrement.
 inline void AnsiString::Release()
 {
-    if (record->capacity != 0 && record->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    if (record->capacity != 0 && (record->references.load(std::memory_order_acquire) == 1 ||
+                                  record->references.fetch_sub(1, std::memory_order_acq_rel) == 1))
         Alloc::Delete(record);
+}
+
+// Whether the record is this string's alone and holds size bytes, so it can be written in place.
+inline bool AnsiString::Writable(unsigned int size) const
+{
+    return record->capacity >= size && record->capacity != 0 &&
+           record->references.load(std::memory_order_acquire) == 1;
 }
 
 AnsiString::AnsiString() : record(&nullRecord.record) {}
@@ -88,7 +97,8 @@ AnsiString::AnsiString(const wchar_t * text) : AnsiString()
 
 AnsiString::AnsiString(const wchar_t * text, unsigned int count) : AnsiString()
 {
-    SetUnicode(text, static_cast<int>(count));
+    if (TextOps::Fits<char>(count))
+        SetUnicode(text, static_cast<int>(count));
 }
 
 AnsiString::AnsiString(const UnicodeString & text) : AnsiString()
@@ -172,15 +182,15 @@ AnsiString & AnsiString::operator=(const PString & text)
     return *this;
 }
 
-void AnsiString::MakeBufferUnique(unsigned int size, bool keep)
+inline void AnsiString::MakeBufferUnique(unsigned int size, bool keep)
 {
-    if (record->capacity != 0 && record->capacity >= size && record->references.load() == 1)
-        return;
-    // Kept text that outgrows its record doubles it, so a run of appends copies the text only
-    // a logarithmic number of times.
-    if (keep)
-        size = size > record->capacity ? std::max(size, 2 * record->capacity) : record->capacity;
-    Record * fresh = NewRecord(size);
+    if (!Writable(size))
+        ReplaceRecord(size, keep);
+}
+
+void AnsiString::ReplaceRecord(unsigned int size, bool keep)
+{
+    Record * fresh = NewRecord(keep ? TextOps::KeptCapacity(size, record->capacity) : size);
     if (keep)
     {
         std::memcpy(fresh->Text(), Text(), record->length + 1);
@@ -190,8 +200,14 @@ void AnsiString::MakeBufferUnique(unsigned int size, bool keep)
     record = fresh;
 }
 
+// A text too long for a record leaves the string null.
 void AnsiString::Replace(const char * text, unsigned int count)
 {
+    if (!TextOps::Fits<char>(count))
+    {
+        *this = AnsiString();
+        return;
+    }
     MakeBufferUnique(TextOps::NewSize(count), false);
     std::memcpy(Text(), text, count);
     record->length = count;
@@ -241,22 +257,22 @@ AnsiString::operator const char *() const
 
 unsigned int AnsiString::operator[](unsigned int index) const
 {
-    return static_cast<unsigned char>(Text()[index]);
+    return record->capacity == 0 ? 0 : static_cast<unsigned char>(Text()[index]);
 }
 
 unsigned int AnsiString::operator[](int index) const
 {
-    return static_cast<unsigned char>(Text()[index]);
+    return (*this)[static_cast<unsigned int>(index)];
 }
 
 char & AnsiString::operator[](unsigned int index)
 {
-    return Text()[index];
+    return record->capacity == 0 ? TextOps::NullSlot<char>() : Text()[index];
 }
 
 char & AnsiString::operator[](int index)
 {
-    return Text()[index];
+    return (*this)[static_cast<unsigned int>(index)];
 }
 
 int AnsiString::GetInt(int base) const
@@ -489,14 +505,13 @@ bool AnsiString::SetUnicode(const wchar_t * text, int count)
     }
     size_t length = count < 0 ? std::wcslen(text) : static_cast<size_t>(count);
     TextOps::Scratch<char, 4094> scratch;
-    char * bytes = scratch.Reserve(length * MB_CUR_MAX + 1);
-    long converted = bytes != nullptr ? CRuntime::WideToMultiByte(text, length, bytes) : -1;
+    long converted = TextOps::ToMultiByte(text, length, scratch);
     if (converted < 0)
     {
         *this = AnsiString();
         return false;
     }
-    Replace(bytes, static_cast<unsigned int>(converted));
+    Replace(scratch.Data(), static_cast<unsigned int>(converted));
     return true;
 }
 

@@ -20,6 +20,8 @@ bool WriteCounted(BinWriter & writer, uint32_t word, const void * bytes, unsigne
 
 bool ReadBytes(BinReader & reader, uint32_t count, ByteScratch & into)
 {
+    if (count > TextOps::MaxTextBytes)
+        return false;
     const uint32_t piece = 65536;
     for (uint32_t got = 0; got < count;)
     {

@@ -9,6 +9,7 @@
 #include <cctype>
 #include <cstdarg>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <cwctype>
@@ -50,6 +51,22 @@ bool Fits(uint64_t characters)
 inline unsigned int NewSize(unsigned int bytes)
 {
     return (bytes + 17) & ~15u;
+}
+
+// A buffer replaced while its text is kept never shrinks.
+inline unsigned int KeptCapacity(unsigned int needed, unsigned int old)
+{
+    return needed > old ? needed : old;
+}
+
+// A null string has no text to write into: a write through its index lands in a per-thread slot
+// that reads as a NUL again at the next call, and every other null string stays untouched.
+template <class Char>
+Char & NullSlot()
+{
+    thread_local Char slot;
+    slot = 0;
+    return slot;
 }
 
 // Copies with a NUL, cutting to size - 1 characters; -1 for a zero-size buffer.
@@ -95,7 +112,8 @@ void Delete(Char * text, unsigned int & length, unsigned int pos, unsigned int c
 template <class Char>
 void OpenGap(Char * text, unsigned int & length, unsigned int pos, unsigned int count)
 {
-    std::memmove(text + pos + count, text + pos, (length - pos) * sizeof(Char));
+    if (pos < length)
+        std::memmove(text + pos + count, text + pos, (length - pos) * sizeof(Char));
     length += count;
     text[length] = 0;
 }
@@ -133,9 +151,12 @@ int FindChar(const Char * text, unsigned int length, unsigned int character, uns
     return -1;
 }
 
+// A null needle is no text at all and is found nowhere; an empty one is found at start.
 template <class Char>
 int FindText(const Char * text, unsigned int length, const Char * needle, unsigned int start)
 {
+    if (needle == nullptr)
+        return -1;
     unsigned int needleLength = Span(needle);
     if (start > length || needleLength > length - start)
         return -1;
@@ -157,7 +178,7 @@ inline int FindChar(const char * text, unsigned int length, unsigned int charact
 
 inline int FindText(const char * text, unsigned int length, const char * needle, unsigned int start)
 {
-    if (start > length)
+    if (needle == nullptr || start > length)
         return -1;
     const char * found = std::strstr(text + start, needle);
     return found != nullptr ? static_cast<int>(found - text) : -1;
@@ -205,6 +226,8 @@ inline int CompareNoCase(const wchar_t * a, const wchar_t * b, size_t count)
 template <class Char>
 int FindTextIgnoreCase(const Char * text, unsigned int length, const Char * needle, unsigned int start)
 {
+    if (needle == nullptr)
+        return -1;
     unsigned int needleLength = Span(needle);
     if (needleLength == 0)
         return static_cast<int>(start);
@@ -273,19 +296,18 @@ int FormatOnce(Char * buffer, size_t count, const Char * format, va_list args)
 }
 
 // Formatted text, short texts on the stack, longer ones in blocks growing fourfold up to 32M
-// characters; a text that still does not fit, or cannot be formatted at all, is empty.
+// characters; a text that still does not fit, or cannot be formatted at all, is empty, and so is
+// the text of a null format.
 template <class Char>
 class FormattedText
 {
 public:
     FormattedText(const Char * format, va_list args)
     {
-        length = FormatOnce(stack, 1023, format, args);
+        stack[0] = 0;
+        length = format != nullptr ? FormatOnce(stack, 1023, format, args) : 0;
         if (length >= 0)
-        {
-            stack[length] = 0;
             return;
-        }
         for (size_t characters = 32768; length == -1; characters *= 4)
         {
             block =
@@ -294,10 +316,7 @@ public:
                 break;
             length = FormatOnce(block, characters - 1, format, args);
             if (length > 0)
-            {
-                block[length] = 0;
                 return;
-            }
             Alloc::Delete(block);
             block = nullptr;
         }
@@ -358,4 +377,14 @@ private:
     Char * data = stack;
     size_t capacity = StackCount;
 };
+
+// Wide text in the current multibyte set, written to a scratch area; the bytes, or -1 when a
+// character cannot be converted or the result could outgrow what a text may hold.
+inline long ToMultiByte(const wchar_t * text, size_t length, Scratch<char, 4094> & scratch)
+{
+    size_t perCharacter = MB_CUR_MAX;
+    char * bytes =
+        length <= MaxTextBytes / perCharacter ? scratch.Reserve(length * perCharacter + 1) : nullptr;
+    return bytes != nullptr ? CRuntime::WideToMultiByte(text, length, bytes) : -1;
+}
 } // namespace Kiv::TextOps

@@ -7,7 +7,6 @@
 #include "StringSerial.h"
 #include "TextOps.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -32,7 +31,8 @@ UnicodeString::UnicodeString(const wchar_t * text)
 
 UnicodeString::UnicodeString(const wchar_t * text, unsigned int count)
 {
-    Set(text, static_cast<int>(count));
+    if (text != nullptr)
+        Replace(text, count);
 }
 
 UnicodeString::UnicodeString(unsigned int character, unsigned int count)
@@ -113,20 +113,25 @@ UnicodeString & UnicodeString::operator=(const wchar_t * text)
 UnicodeString UnicodeString::FromUtf16(const unsigned char * units, unsigned int count)
 {
     UnicodeString text;
-    text.Reserve(count, false);
+    if (!text.Reserve(count, false))
+        return text;
     text.length = static_cast<unsigned int>(CRuntime::DecodeUtf16(units, count, text.buffer));
     text.buffer[text.length] = 0;
     return text;
 }
 
-void UnicodeString::Reserve(unsigned int count, bool keep)
+bool UnicodeString::Reserve(unsigned int count, bool keep)
 {
+    if (!TextOps::Fits<wchar_t>(count))
+        return false;
     unsigned int needed = WideBytes(count);
     if (buffer != nullptr && needed <= capacity)
-        return;
+        return true;
     if (keep && buffer != nullptr)
-        needed = std::max(needed, 2 * capacity);
+        needed = TextOps::KeptCapacity(needed, capacity);
     auto * fresh = static_cast<wchar_t *>(Alloc::New(needed));
+    if (fresh == nullptr)
+        return false;
     fresh[0] = 0;
     if (keep && buffer != nullptr)
         std::memcpy(fresh, buffer, (length + 1) * sizeof(wchar_t));
@@ -135,8 +140,10 @@ void UnicodeString::Reserve(unsigned int count, bool keep)
     buffer = fresh;
     capacity = needed;
     length = kept;
+    return true;
 }
 
+// A text too long for a string leaves it null.
 void UnicodeString::Replace(const wchar_t * text, unsigned int count)
 {
     if (buffer != nullptr && text >= buffer && text < buffer + capacity / sizeof(wchar_t))
@@ -145,7 +152,11 @@ void UnicodeString::Replace(const wchar_t * text, unsigned int count)
         *this = std::move(copy);
         return;
     }
-    Reserve(count, false);
+    if (!Reserve(count, false))
+    {
+        Free();
+        return;
+    }
     std::memcpy(buffer, text, count * sizeof(wchar_t));
     length = count;
     buffer[count] = 0;
@@ -183,9 +194,8 @@ bool UnicodeString::ConvertANSI(const char * text, int n)
     size_t limit =
         n < 0 ? CRuntime::Mbslen(reinterpret_cast<const unsigned char *>(text)) : static_cast<size_t>(n);
     long count = CRuntime::MultiByteToWide(text, limit, nullptr);
-    if (count < 0)
+    if (count < 0 || !Reserve(static_cast<unsigned int>(count), false))
         return false;
-    Reserve(static_cast<unsigned int>(count), false);
     CRuntime::MultiByteToWide(text, limit, buffer);
     length = static_cast<unsigned int>(count);
     buffer[length] = 0;
@@ -198,19 +208,15 @@ bool UnicodeString::SetANSI(const char * text, int n)
     return true;
 }
 
+// Whole characters while they fit in size - 1 bytes: a character is never cut, and one that lies
+// beyond the room is never looked at.
 int UnicodeString::GetANSI(char * out, unsigned int size) const
 {
     if (size == 0)
         return -1;
-    TextOps::Scratch<char, 1024> scratch;
-    char * bytes = scratch.Reserve(static_cast<size_t>(length) * MB_CUR_MAX + 1);
-    long count = bytes != nullptr && buffer != nullptr ? CRuntime::WideToMultiByte(buffer, length, bytes) : 0;
-    if (count < 0)
-    {
-        out[0] = 0;
-        return -1;
-    }
-    return TextOps::CopyOut(bytes, static_cast<unsigned int>(count), out, size);
+    long count = buffer != nullptr ? CRuntime::WideToMultiByte(buffer, length, out, size - 1) : 0;
+    out[count < 0 ? 0 : count] = 0;
+    return static_cast<int>(count);
 }
 
 bool UnicodeString::SetUnicode(const wchar_t * text, int n)
@@ -219,9 +225,34 @@ bool UnicodeString::SetUnicode(const wchar_t * text, int n)
     return text != nullptr;
 }
 
+// Where wide characters are UTF-16 units, a cut never separates the two halves of a pair.
 int UnicodeString::GetUnicode(wchar_t * out, unsigned int count) const
 {
-    return TextOps::CopyOut(buffer != nullptr ? buffer : L"", length, out, count);
+    unsigned int whole = count != 0 && count - 1 < length ? count - 1 : length;
+    if (sizeof(wchar_t) == 2 && whole != 0 && whole < length && (buffer[whole - 1] & 0xFC00) == 0xD800 &&
+        (buffer[whole] & 0xFC00) == 0xDC00)
+        --whole;
+    return TextOps::CopyOut(buffer != nullptr ? buffer : L"", whole, out, count);
+}
+
+wchar_t UnicodeString::operator[](unsigned int index) const
+{
+    return buffer != nullptr ? buffer[index] : 0;
+}
+
+wchar_t UnicodeString::operator[](int index) const
+{
+    return (*this)[static_cast<unsigned int>(index)];
+}
+
+wchar_t & UnicodeString::operator[](unsigned int index)
+{
+    return buffer != nullptr ? buffer[index] : TextOps::NullSlot<wchar_t>();
+}
+
+wchar_t & UnicodeString::operator[](int index)
+{
+    return (*this)[static_cast<unsigned int>(index)];
 }
 
 int UnicodeString::GetInt(int base) const
@@ -284,7 +315,8 @@ void UnicodeString::Insert(const wchar_t * text, unsigned int count, unsigned in
         Insert(piece.buffer, count, pos);
         return;
     }
-    Reserve(length + count, true);
+    if (!Reserve(length + count, true))
+        return;
     TextOps::OpenGap(buffer, length, pos, count);
     std::memcpy(buffer + pos, text, count * sizeof(wchar_t));
 }
@@ -297,9 +329,9 @@ void UnicodeString::Ins(const wchar_t * text, unsigned int pos)
 
 void UnicodeString::Ins(unsigned int character, unsigned int pos, unsigned int count)
 {
-    if (count == 0 || pos > length || !TextOps::Fits<wchar_t>(uint64_t{length} + count))
+    if (count == 0 || pos > length || !TextOps::Fits<wchar_t>(uint64_t{length} + count) ||
+        !Reserve(length + count, true))
         return;
-    Reserve(length + count, true);
     TextOps::OpenGap(buffer, length, pos, count);
     for (unsigned int i = 0; i < count; ++i)
         buffer[pos + i] = static_cast<wchar_t>(character);
@@ -337,9 +369,8 @@ void UnicodeString::Right(unsigned int count)
 
 void UnicodeString::SetLength(unsigned int count)
 {
-    if (!TextOps::Fits<wchar_t>(count))
+    if (!Reserve(count, true))
         return;
-    Reserve(count, true);
     if (count < length)
         length = count;
     buffer[count] = 0;

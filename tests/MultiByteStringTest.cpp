@@ -7,6 +7,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -190,13 +191,64 @@ TEST(MultiByteString, CapacityFollowsTheSixteenRuleAndNeverShrinks)
     EXPECT_EQ(text.Size(), 0u);
     text.SetLength(100);
     EXPECT_EQ(text.Size(), 0u);
-    EXPECT_GE(text.AllocSize(), 101u);
+    EXPECT_EQ(text.AllocSize(), 112u);
     text = "x";
-    EXPECT_GE(text.AllocSize(), 101u);
+    EXPECT_EQ(text.AllocSize(), 112u);
     // Only the null text gives its buffer back, and an empty format result is null.
     text.Setf("%s", "");
     EXPECT_TRUE(text.IsBufferNULL());
     EXPECT_EQ(text.AllocSize(), 0u);
+
+    // Kept text grows to the larger of the needed and the old capacity, never by doubling.
+    MultiByteString forty(std::string(40, 'a').c_str());
+    forty += "0123456789";
+    EXPECT_EQ(forty.AllocSize(), 64u);
+    MultiByteString reserved(std::string(40, 'a').c_str());
+    reserved.SetLength(60);
+    EXPECT_EQ(reserved.AllocSize(), 64u);
+    MultiByteString grown;
+    for (unsigned int size = 1; size <= 200; ++size)
+    {
+        if (size % 2 != 0)
+            grown.Ins(L'x', 0, 1);
+        else
+            grown.Addf("%c", 'y');
+        ASSERT_EQ(grown.AllocSize(), (size + 17) & ~15u) << size;
+    }
+}
+
+TEST(MultiByteString, CopiedOutInWholeCharacters)
+{
+    SKIP_UNLESS_MULTIBYTE_LOCALE();
+    MultiByteString text(mixed);
+    char buffer[16];
+    const int expected[] = {-1, 0, 1, 1, 3, 3, 3, 6, 7, 7};
+    EXPECT_EQ(text.GetANSI(buffer, 0), -1);
+    for (unsigned int size = 1; size < 10; ++size)
+    {
+        std::memset(buffer, '?', sizeof(buffer));
+        ASSERT_EQ(text.GetANSI(buffer, size), expected[size]) << size;
+        EXPECT_EQ(std::string(buffer), std::string(mixed, static_cast<size_t>(expected[size]))) << size;
+    }
+    // A stray byte counts as one character of one byte.
+    MultiByteString stray("ab\xe4\xb8");
+    EXPECT_EQ(stray.GetANSI(buffer, 4), 3);
+    EXPECT_EQ(MultiByteString().GetANSI(buffer, 4), 0);
+    EXPECT_STREQ(buffer, "");
+}
+
+TEST(MultiByteString, BytesWrittenThroughTheIndex)
+{
+    MultiByteString text("abc");
+    text[1] = 'X';
+    text[2u] = 'Y';
+    EXPECT_EQ(Bytes(text), "aXY");
+    const MultiByteString & constant = text;
+    EXPECT_EQ(constant[1], static_cast<unsigned int>('X'));
+    MultiByteString copy(text);
+    copy[0] = 'z';
+    EXPECT_EQ(Bytes(text), "aXY");
+    EXPECT_EQ(Bytes(copy), "zXY");
 }
 
 TEST(MultiByteString, FormattingConversionsAndComparison)
@@ -362,6 +414,56 @@ TEST(StringBounds, IndicesPastTheEndOnEveryType)
     EXPECT_TRUE(MultiByteString().Token(",").IsBufferNULL());
 }
 
+// A null search text is found nowhere, by every search of every string type, and a null format
+// formats nothing; a null string reads as NUL through its index, and a write through it reaches
+// no other string.
+TEST(StringBounds, NullTextsAndNullStrings)
+{
+    AnsiString ansi("abc");
+    UnicodeString wide(L"abc");
+    MultiByteString multi("abc");
+    Kiv::PString pooled("abc");
+    EXPECT_EQ(ansi.Find(static_cast<const char *>(nullptr)), -1);
+    EXPECT_EQ(ansi.FindIgnoreCase(static_cast<const char *>(nullptr)), -1);
+    EXPECT_EQ(AnsiString::FindIgnoreCase("abc", 3, nullptr, 0), -1);
+    EXPECT_EQ(AnsiString().Find(static_cast<const char *>(nullptr)), -1);
+    EXPECT_EQ(AnsiString().FindIgnoreCase(static_cast<const char *>(nullptr)), -1);
+    EXPECT_EQ(wide.Find(static_cast<const wchar_t *>(nullptr)), -1);
+    EXPECT_EQ(wide.FindIgnoreCase(static_cast<const wchar_t *>(nullptr)), -1);
+    EXPECT_EQ(UnicodeString::FindIgnoreCase(L"abc", 3, nullptr, 0), -1);
+    EXPECT_EQ(multi.Find(static_cast<const char *>(nullptr)), -1);
+    EXPECT_EQ(multi.FindIgnoreCase(static_cast<const char *>(nullptr)), -1);
+    EXPECT_EQ(MultiByteString::FindIgnoreCase("abc", 3, nullptr, 0), -1);
+    EXPECT_EQ(Kiv::PStringCache::Find(pooled.GetNode(), static_cast<const unsigned char *>(nullptr), 0), -1);
+
+    AnsiString nullAnsi;
+    UnicodeString nullWide;
+    MultiByteString nullMulti;
+    nullAnsi[0] = 'x';
+    nullWide[0] = L'x';
+    nullMulti[0] = 'x';
+    nullMulti[0u] = 'y';
+    EXPECT_EQ(nullAnsi[0], 0);
+    EXPECT_EQ(nullWide[0], L'\0');
+    EXPECT_EQ(nullMulti[0], 0);
+    EXPECT_TRUE(nullAnsi.IsBufferNULL());
+    EXPECT_TRUE(nullWide.IsBufferNULL());
+    EXPECT_TRUE(nullMulti.IsBufferNULL());
+    EXPECT_EQ(static_cast<const UnicodeString &>(nullWide)[0], L'\0');
+    EXPECT_EQ(static_cast<const MultiByteString &>(nullMulti)[0], 0u);
+    EXPECT_EQ(static_cast<const AnsiString &>(AnsiString())[0], 0u);
+
+    ansi.Setf(nullptr);
+    wide.Setf(nullptr);
+    multi.Setf(nullptr);
+    pooled.Setf(nullptr);
+    EXPECT_TRUE(ansi.IsBufferNULL());
+    EXPECT_EQ(wide, L"");
+    EXPECT_TRUE(multi.IsBufferNULL());
+    EXPECT_TRUE(pooled.IsNull());
+    EXPECT_EQ(ansi.Addf(nullptr), 0);
+}
+
 // Counts that would grow a text past what a record can hold leave it as it was, instead of
 // wrapping the capacity arithmetic and writing past the buffer.
 TEST(StringBounds, AbsurdCountsChangeNothing)
@@ -395,4 +497,25 @@ TEST(StringBounds, AbsurdCountsChangeNothing)
     EXPECT_EQ(wide, L"a");
     EXPECT_EQ(Bytes(multi), "a");
     EXPECT_EQ(multi.Length(), 1u);
+
+    // Whole texts claimed longer than any string may hold are no text at all: the counts are
+    // never believed far enough to read past the real text.
+    EXPECT_TRUE(AnsiString("abc", UINT_MAX - 5).IsBufferNULL());
+    EXPECT_TRUE(AnsiString("abc", 0x7FFFFFF8u).IsBufferNULL());
+    EXPECT_TRUE(AnsiString(L"abc", 0xC0000000u).IsBufferNULL());
+    ansi = "abc";
+    EXPECT_TRUE(ansi.SetANSI("abc", INT_MAX));
+    EXPECT_TRUE(ansi.IsBufferNULL());
+    EXPECT_TRUE(UnicodeString(L"abc", 0x7FFFFFF8u).IsBufferNULL());
+    EXPECT_TRUE(UnicodeString(L"abc", UINT_MAX - 5).IsBufferNULL());
+    wide = L"abc";
+    wide.Set(L"abc", INT_MAX);
+    EXPECT_TRUE(wide.IsBufferNULL());
+    wide = L"abc";
+    wide.Set(L"abc", -1, 0x40000000);
+    EXPECT_TRUE(wide.IsBufferNULL());
+    EXPECT_TRUE(MultiByteString("abc", UINT_MAX - 5).IsBufferNULL());
+    EXPECT_TRUE(Kiv::PString("abc", UINT_MAX - 30).IsNull());
+    EXPECT_TRUE(Kiv::PString("abc", 0x7FFFFFF0u).IsNull());
+    EXPECT_EQ(Kiv::PString::cache->GetUnique(nullptr, UINT_MAX - 30), nullptr);
 }

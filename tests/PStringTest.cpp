@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -171,6 +173,118 @@ TEST(PString, WalkAndIdentifiers)
     Pool().ClearIDs();
     EXPECT_EQ(name.GetNode()->identifier, 0u);
     Pool().Dump();
+}
+
+namespace
+{
+// Held names, and how often one walk over the pool met each of them. Returned nodes are compared
+// by address only: a node nobody holds may be swept as soon as the walk has handed it out.
+struct Census
+{
+    explicit Census(const char * prefix)
+    {
+        for (int i = 0; i < 64; ++i)
+            held.emplace_back((prefix + std::to_string(i)).c_str());
+    }
+    void Meet(const PStringCache::Node * node)
+    {
+        for (size_t i = 0; i < held.size(); ++i)
+            met[i] += held[i].GetNode() == node;
+    }
+    std::vector<PString> held;
+    std::vector<int> met = std::vector<int>(64, 0);
+};
+
+void FinishWalk()
+{
+    while (Pool().Next() != nullptr)
+    {
+    }
+}
+
+// Makes names and drops them again: their nodes stay pooled, unreferenced, until swept.
+std::vector<const PStringCache::Node *> Dropped(const std::string & prefix)
+{
+    std::vector<const PStringCache::Node *> nodes;
+    for (int i = 0; i < 300; ++i)
+        nodes.push_back(PString((prefix + std::to_string(i)).c_str()).GetNode());
+    return nodes;
+}
+} // namespace
+
+// The sweep frees the node the walk stands on, and edits unlink and free nodes around it; the walk
+// goes on and still meets every held name exactly once.
+TEST(PString, WalkSurvivesSweepsAndEditsBetweenSteps)
+{
+    Census census("walk-held-");
+    FinishWalk();
+    std::vector<const PStringCache::Node *> dropped = Dropped("walk-dropped-a-");
+    PString edited("walk-edited");
+    int sweeps = 0;
+    size_t steps = 0;
+    while (const PStringCache::Node * node = Pool().Next())
+    {
+        ASSERT_LT(++steps, 1000000u);
+        census.Meet(node);
+        if (std::find(dropped.begin(), dropped.end(), node) == dropped.end())
+            continue;
+        SweepAll();
+        edited.Ins("x", 0);
+        edited.Del(0, 1);
+        dropped = Dropped("walk-dropped-" + std::to_string(++sweeps) + "-");
+    }
+    EXPECT_GT(sweeps, 0);
+    for (int met : census.met)
+        EXPECT_EQ(met, 1);
+    SweepAll();
+}
+
+TEST(PString, WalkWhileAnotherThreadChurnsThePool)
+{
+    Census census("churn-held-");
+    std::atomic<bool> stop{false};
+    std::thread churn(
+        [&stop]
+        {
+            for (int i = 0; !stop.load(); ++i)
+            {
+                PString name(("churn-" + std::to_string(i % 500)).c_str());
+                PString edited(name);
+                edited.ToUpper();
+                Pool().CollectGarbage();
+            }
+        });
+    FinishWalk();
+    for (int walk = 0; walk < 20; ++walk)
+    {
+        std::fill(census.met.begin(), census.met.end(), 0);
+        while (const PStringCache::Node * node = Pool().Next())
+            census.Meet(node);
+        for (int met : census.met)
+            ASSERT_EQ(met, 1) << walk;
+    }
+    stop = true;
+    churn.join();
+}
+
+// A pool of one's own shares the process pool's lock and leaves it behind when it goes.
+TEST(PString, APoolOfOnesOwnComesAndGoes)
+{
+    for (unsigned int buckets : {7u, 0u, 0xFFFFFFFFu})
+    {
+        PStringCache own(buckets);
+        EXPECT_EQ(own.GetBucketCount(), buckets == 7 ? 7u : 1u);
+        PStringCache::Node * first = own.Create(reinterpret_cast<const unsigned char *>("own"));
+        PStringCache::Node * second = own.Create(reinterpret_cast<const unsigned char *>("own"), 3);
+        EXPECT_EQ(first, second);
+        EXPECT_EQ(own.GetBucketNodes(own.GetBucketCount()), 0u);
+        own.Destroy(first);
+        own.Destroy(second);
+    }
+    PString after("made after a pool of one's own went");
+    PString copy(after);
+    EXPECT_EQ(copy, after);
+    Pool().CollectGarbage();
 }
 
 TEST(PString, SerialisedLikeAnsiStrings)

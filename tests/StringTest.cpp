@@ -83,9 +83,58 @@ TEST(AnsiString, CapacityGrowsInSixteensAndNeverShrinksWhileTextIsKept)
     EXPECT_EQ(text.AllocSize(), 48u);
     text.SetLength(100);
     EXPECT_EQ(text.Length(), 2u);
-    EXPECT_GE(text.AllocSize(), 101u);
+    EXPECT_EQ(text.AllocSize(), 112u);
     text.SetLength(1);
     EXPECT_STREQ(text, "a");
+    EXPECT_EQ(text.AllocSize(), 112u);
+}
+
+// A record replaced while its text is kept takes the larger of the needed and the old capacity:
+// appends grow it to the next multiple of 16, never by doubling.
+TEST(AnsiString, KeptTextGrowsToTheNeededCapacityOnly)
+{
+    const std::string forty(40, 'a');
+    AnsiString text(forty.c_str());
+    ASSERT_EQ(text.AllocSize(), 48u);
+    text += "0123456789";
+    EXPECT_EQ(text.AllocSize(), 64u);
+    AnsiString reserved(forty.c_str());
+    reserved.SetLength(60);
+    EXPECT_EQ(reserved.AllocSize(), 64u);
+    EXPECT_EQ(reserved.Length(), 40u);
+
+    // Every growth step on the way, by each kind of insertion.
+    AnsiString grown;
+    for (unsigned int length = 1; length <= 300; ++length)
+    {
+        switch (length % 3)
+        {
+        case 0:
+            grown += "x";
+            break;
+        case 1:
+            grown.Ins('y', 0, 1);
+            break;
+        default:
+            grown.Addf("%c", 'z');
+        }
+        ASSERT_EQ(grown.AllocSize(), (length + 17) & ~15u) << length;
+    }
+
+    // A shared record is replaced too: the copy keeps the larger old capacity, the original
+    // keeps its text.
+    AnsiString wide(std::string(100, 'w').c_str());
+    wide.Left(3);
+    AnsiString sharer(wide);
+    sharer += "!";
+    EXPECT_EQ(sharer.AllocSize(), 112u);
+    EXPECT_STREQ(sharer, "www!");
+    EXPECT_STREQ(wide, "www");
+    AnsiString small("abc");
+    AnsiString other(small);
+    other.SetLength(40);
+    EXPECT_EQ(other.AllocSize(), 48u);
+    EXPECT_EQ(small.AllocSize(), 16u);
 }
 
 TEST(AnsiString, CopiesShareUntilWrittenBySetters)
@@ -107,6 +156,20 @@ TEST(AnsiString, CopiesShareUntilWrittenBySetters)
     EXPECT_STREQ(copy, "Shared!");
     const AnsiString constant("\xff");
     EXPECT_EQ(constant[0], 0xFFu);
+
+    // The null text is shared by every null string: a write through the index of one must not
+    // show in the others.
+    AnsiString null;
+    null[0] = '7';
+    null[1u] = '8';
+    EXPECT_TRUE(null.IsBufferNULL());
+    EXPECT_EQ(null[0], 0);
+    const AnsiString another;
+    EXPECT_EQ(another[0], 0u);
+    EXPECT_EQ(another.GetInt(), 0);
+    wchar_t wide[4];
+    EXPECT_EQ(another.GetUnicode(wide, sizeof(wide)), 0);
+    EXPECT_EQ(AnsiString(another).IsBufferNULL(), true);
 }
 
 TEST(AnsiString, EditsStayInsideTheText)
@@ -209,6 +272,21 @@ TEST(AnsiString, FormattingClimbsTheLadderAndEmptyMeansNull)
     EXPECT_EQ(AnsiString("ff").GetUInt(16), 255u);
     EXPECT_FLOAT_EQ(AnsiString("2.5").GetFloat(), 2.5f);
     EXPECT_EQ(AnsiString().GetInt(), 0);
+}
+
+// The last step of the ladder holds 33,554,431 characters and a NUL: a text of exactly that length
+// fits, one more does not.
+TEST(AnsiString, FormattingFitsExactlyAtTheTopOfTheLadder)
+{
+    const int top = 33554431;
+    AnsiString text;
+    text.Setf("%*s", top, "q");
+    ASSERT_EQ(text.Length(), static_cast<unsigned int>(top));
+    EXPECT_EQ(text[0], ' ');
+    EXPECT_EQ(text[top - 1], 'q');
+    EXPECT_EQ(text[top], 0u);
+    text.Setf("%*s", top + 1, "q");
+    EXPECT_TRUE(text.IsBufferNULL());
 }
 
 TEST(AnsiString, CopyingOutRespectsTheBuffer)

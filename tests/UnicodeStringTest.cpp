@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 using Kiv::UnicodeString;
@@ -27,6 +29,14 @@ UnicodeString BeyondTheBasicPlane()
     else
         text += std::wstring(1, static_cast<wchar_t>(0x1F600)).c_str();
     return text;
+}
+
+// Bytes for n characters: (2n + 18) AND NOT 15 with a 16-bit wchar_t, the same rule in the wider
+// characters of 32-bit targets.
+unsigned int WideCapacity(unsigned int characters)
+{
+    const auto unit = static_cast<unsigned int>(sizeof(wchar_t));
+    return (characters * unit + unit + 16) & ~15u;
 }
 } // namespace
 
@@ -115,8 +125,96 @@ TEST(UnicodeString, ConversionsAndTheirFailures)
         EXPECT_TRUE(Kiv::AnsiString(han).IsBufferNULL());
     }
     EXPECT_EQ(UnicodeString("abc", 2), L"ab");
+    // A null string copies out an empty text.
+    EXPECT_EQ(UnicodeString().GetANSI(buffer, sizeof(buffer)), 0);
+    EXPECT_STREQ(buffer, "");
     EXPECT_EQ(UnicodeString(Kiv::PString("pooled")), L"pooled");
     EXPECT_TRUE(UnicodeString(static_cast<const char *>(nullptr)).IsBufferNULL());
+}
+
+// The copy stops before the first character that does not fit whole in size - 1 bytes, and a
+// character it never reaches cannot fail it.
+TEST(UnicodeString, CopiedOutInWholeCharacters)
+{
+    char buffer[8];
+    std::memset(buffer, '?', sizeof(buffer));
+    if (Utf8Locale())
+    {
+        UnicodeString accent(L"a\x00e9");
+        EXPECT_EQ(accent.GetANSI(buffer, 3), 1);
+        EXPECT_STREQ(buffer, "a");
+        EXPECT_EQ(accent.GetANSI(buffer, 4), 3);
+        EXPECT_STREQ(buffer, "a\xc3\xa9");
+        UnicodeString han(L"\x4e2d\x4e2d");
+        for (unsigned int size = 1; size < 7; ++size)
+        {
+            EXPECT_EQ(han.GetANSI(buffer, size), static_cast<int>((size - 1) / 3 * 3)) << size;
+            EXPECT_EQ(std::strlen(buffer), (size - 1) / 3 * 3) << size;
+        }
+    }
+    // Where wide characters are UTF-16 units, a copy never ends between the halves of a pair.
+    if constexpr (sizeof(wchar_t) == 2)
+    {
+        UnicodeString pair(L"a\xd83d\xde00");
+        wchar_t units[4];
+        EXPECT_EQ(pair.GetUnicode(units, 3), 1);
+        EXPECT_EQ(std::wstring(units), L"a");
+        EXPECT_EQ(pair.GetUnicode(units, 4), 3);
+    }
+
+    // A character the current set cannot hold: a lone surrogate where wide characters are 32 bits,
+    // else one outside the 8-bit set.
+    UnicodeString tail(L"ab");
+    if (sizeof(wchar_t) == 4 && Utf8Locale())
+        tail += std::wstring(1, static_cast<wchar_t>(0xD800)).c_str();
+    else if (!Utf8Locale())
+        tail += L"\x4e2d";
+    else
+        GTEST_SKIP() << "no unconvertible wide character in this locale";
+    EXPECT_EQ(tail.GetANSI(buffer, 3), 2);
+    EXPECT_STREQ(buffer, "ab");
+    EXPECT_EQ(tail.GetANSI(buffer, sizeof(buffer)), -1);
+    EXPECT_STREQ(buffer, "");
+}
+
+TEST(UnicodeString, KeptTextGrowsToTheNeededCapacityOnly)
+{
+    UnicodeString text(std::wstring(40, L'a').c_str());
+    ASSERT_EQ(text.AllocSize(), WideCapacity(40));
+    text += L"0123456789";
+    EXPECT_EQ(text.AllocSize(), WideCapacity(50));
+    UnicodeString reserved(std::wstring(40, L'a').c_str());
+    reserved.SetLength(60);
+    EXPECT_EQ(reserved.AllocSize(), WideCapacity(60));
+    EXPECT_EQ(reserved.Length(), 40u);
+    reserved.SetLength(10);
+    EXPECT_EQ(reserved.AllocSize(), WideCapacity(60));
+    UnicodeString grown;
+    unsigned int capacity = 0;
+    for (unsigned int length = 1; length <= 200; ++length)
+    {
+        if (length % 2 != 0)
+            grown += L"x";
+        else
+            grown.Ins('y', 0, 1);
+        capacity = std::max(capacity, WideCapacity(length));
+        ASSERT_EQ(grown.AllocSize(), capacity) << length;
+    }
+}
+
+TEST(UnicodeString, FormattingFitsExactlyAtTheTopOfTheLadder)
+{
+    const int top = 33554431;
+    UnicodeString text;
+    text.Setf(L"%*ls", top, L"q");
+    ASSERT_EQ(text.Length(), static_cast<unsigned int>(top));
+    EXPECT_EQ(text[0], L' ');
+    EXPECT_EQ(text[top - 1], L'q');
+    EXPECT_EQ(text[top], L'\0');
+    // One more is past the ladder: the result is empty, and unlike the 8-bit string not null.
+    text.Setf(L"%*ls", top + 1, L"q");
+    EXPECT_FALSE(text.IsBufferNULL());
+    EXPECT_EQ(text.Length(), 0u);
 }
 
 TEST(UnicodeString, EditsFormattingAndCapacity)

@@ -17,6 +17,7 @@
 #include "Rand.h"
 #include "Rect.h"
 #include "String.h"
+#include "StringTables.h"
 #include "SyncObject.h"
 #include "Time.h"
 #include "UnicodeString.h"

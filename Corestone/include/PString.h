@@ -28,6 +28,8 @@ public:
         char * Text() { return reinterpret_cast<char *>(this + 1); }
     };
 
+    // Every pool shares the one lock of the process pool. A bucket count whose table cannot be
+    // had (0, or more than memory holds) gives a single bucket.
     explicit PStringCache(unsigned int bucketCount);
     ~PStringCache();
     PStringCache(const PStringCache &) = delete;
@@ -48,7 +50,8 @@ public:
     void Destroy(Node * node);
 
     // Copy-on-write: a node the caller may change, holding the text of node (which it releases),
-    // with room for newLength characters. Insert pools the changed node with the lock held.
+    // with room for newLength characters; null, with node untouched, when newLength is past what
+    // a text may hold. Insert pools the changed node with the lock held.
     Node * GetUnique(Node * node, unsigned int newLength);
     Node * Insert(Node * node);
     static void Lock();
@@ -69,7 +72,9 @@ public:
     static int Find(Node * node, unsigned int character, unsigned int start);
     static int Find(Node * node, const unsigned char * text, unsigned int start);
 
-    // Walks every pooled node; null at the end, after which the walk starts again.
+    // Walks every pooled node; null at the end, after which the walk starts again. Nodes may come
+    // and go during a walk on any thread: the walk stays valid, though a node moved or added
+    // meanwhile may be missed. A node without references may be swept once Next has returned it.
     Node * Next();
     void ClearIDs();
     // Frees the unreferenced nodes of the next bucket; one bucket a call.
@@ -82,7 +87,11 @@ public:
     unsigned int GetNodesMade() const { return nodesMade; }
     unsigned int GetSearchSteps() const { return searchSteps; }
     unsigned int GetBucketCount() const { return bucketCount; }
-    unsigned int GetBucketNodes(unsigned int bucket) const { return buckets[bucket].count; }
+    // 0 for a bucket past the table.
+    unsigned int GetBucketNodes(unsigned int bucket) const
+    {
+        return bucket < bucketCount ? buckets[bucket].count : 0;
+    }
 
 private:
     struct Bucket

@@ -45,7 +45,8 @@ public:
     unsigned int operator[](unsigned int index) const;
     unsigned int operator[](int index) const;
     // A reference into the shared record: writing through it changes every string sharing the
-    // text. Copy first when a private buffer is needed.
+    // text. Copy first when a private buffer is needed. A null string has no text to share: a
+    // write into it is lost.
     char & operator[](unsigned int index);
     char & operator[](int index);
 
@@ -131,7 +132,9 @@ private:
     CompareResult CompareWithMatchCase(const char * text) const;
     CompareResult CompareWith(const char * text) const;
     int NullCompare(const char * other) const;
+    bool Writable(unsigned int size) const;
     void MakeBufferUnique(unsigned int size, bool keep);
+    void ReplaceRecord(unsigned int size, bool keep);
     void Replace(const char * text, unsigned int count);
     void Insert(const char * text, unsigned int count, unsigned int pos);
     void Release();

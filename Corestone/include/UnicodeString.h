@@ -41,11 +41,11 @@ public:
     unsigned int AllocSize() const { return capacity; }
     bool IsBufferNULL() const { return buffer == nullptr; }
     operator const wchar_t *() const { return buffer; }
-    // Not checked against the length.
-    wchar_t operator[](unsigned int index) const { return buffer[index]; }
-    wchar_t operator[](int index) const { return buffer[index]; }
-    wchar_t & operator[](unsigned int index) { return buffer[index]; }
-    wchar_t & operator[](int index) { return buffer[index]; }
+    // Not checked against the length. A null string reads as NUL, and a write into it is lost.
+    wchar_t operator[](unsigned int index) const;
+    wchar_t operator[](int index) const;
+    wchar_t & operator[](unsigned int index);
+    wchar_t & operator[](int index);
 
     int GetInt(int base = 10) const;
     unsigned int GetUInt(int base = 10) const;
@@ -106,8 +106,9 @@ public:
 
 private:
     int Order(const wchar_t * other) const;
-    // Room for count characters and a NUL; keeps the text when asked.
-    void Reserve(unsigned int count, bool keep);
+    // Room for count characters and a NUL, keeping the text when asked; false (nothing changed)
+    // when the count is absurd or memory runs out.
+    bool Reserve(unsigned int count, bool keep);
     void Replace(const wchar_t * text, unsigned int count);
     void Insert(const wchar_t * text, unsigned int count, unsigned int pos);
     bool ConvertANSI(const char * text, int n);
@@ -162,10 +163,12 @@ public:
     bool IsBufferNULL() const { return buffer == nullptr; }
     const char * CStr() const { return buffer; }
     operator const char *() const { return buffer; }
-    // The byte at the index, not checked. Read-only: a byte written in place would leave the
-    // character count stale.
-    unsigned int operator[](unsigned int index) const { return static_cast<unsigned char>(buffer[index]); }
-    unsigned int operator[](int index) const { return static_cast<unsigned char>(buffer[index]); }
+    // The byte at the index, not checked. A null string reads as NUL, and a write into it is lost.
+    // A byte written in place is counted as a character by the next edit.
+    unsigned int operator[](unsigned int index) const;
+    unsigned int operator[](int index) const;
+    char & operator[](unsigned int index);
+    char & operator[](int index);
 
     int GetInt(int base = 10) const;
     unsigned int GetUInt(int base = 10) const;
