@@ -61,7 +61,7 @@ bool DynamicBuffer::ReInit(unsigned long newCapacity, unsigned long newGranulari
 {
     Clean();
     granularity = newGranularity != 0 && newGranularity <= MaxBytes ? static_cast<uint32_t>(newGranularity)
-                                                                   : uint32_t(DEFAULT_GRANULARITY);
+                                                                    : uint32_t(DEFAULT_GRANULARITY);
     return newCapacity == 0 || Grow(newCapacity);
 }
 
@@ -139,22 +139,6 @@ unsigned long DynamicBuffer::Read(void * bytes, unsigned long count, unsigned lo
     memcpy(bytes, data + position, taken);
     position += taken;
     return taken;
-}
-
-bool DynamicBuffer::Read(long & value)
-{
-    int32_t stored = 0;
-    const bool done = ReadItem(stored);
-    value = stored;
-    return done;
-}
-
-bool DynamicBuffer::Read(unsigned long & value)
-{
-    uint32_t stored = 0;
-    const bool done = ReadItem(stored);
-    value = stored;
-    return done;
 }
 
 bool DynamicBuffer::Write(const UnicodeString & text)

@@ -244,22 +244,6 @@ unsigned int MemoryFile::Read(void * data, unsigned int count, unsigned int item
     return static_cast<unsigned int>(bytes);
 }
 
-bool MemoryFile::Read(long & value)
-{
-    int32_t stored = 0;
-    const bool done = ReadItem(stored);
-    value = stored;
-    return done;
-}
-
-bool MemoryFile::Read(unsigned long & value)
-{
-    uint32_t stored = 0;
-    const bool done = ReadItem(stored);
-    value = stored;
-    return done;
-}
-
 int MemoryFile::Peek() const
 {
     return Remaining() != 0 ? start[cursor] : -1;

@@ -1,5 +1,5 @@
-#include "File.h"
 #include "MemoryFile.h"
+#include "File.h"
 #include "PString.h"
 #include "String.h"
 #include "TestSupport.h"
@@ -58,7 +58,10 @@ bool LocaleConvertsUtf8()
 class LocaleScope
 {
 public:
-    explicit LocaleScope(const char * name) : saved(setlocale(LC_ALL, nullptr)) { ok = setlocale(LC_ALL, name); }
+    explicit LocaleScope(const char * name) : saved(setlocale(LC_ALL, nullptr))
+    {
+        ok = setlocale(LC_ALL, name);
+    }
     ~LocaleScope() { setlocale(LC_ALL, saved.c_str()); }
     bool ok;
 

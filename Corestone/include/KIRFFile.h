@@ -86,6 +86,8 @@ public:
 class KIV_API KIRFWriteBlock : public KIRFWriteSize
 {
 public:
-    KIRFWriteBlock(KIRFFile & file, unsigned long id) : KIRFWriteSize(file, file.WriteBlock(id, 0, nullptr)) {}
+    KIRFWriteBlock(KIRFFile & file, unsigned long id) : KIRFWriteSize(file, file.WriteBlock(id, 0, nullptr))
+    {
+    }
 };
 } // namespace Kiv

@@ -16,6 +16,25 @@ namespace Kiv
 class PString;
 class UnicodeString;
 
+// Typed reads shared by the memory classes, whose Read answers a byte count.
+namespace ByteStream
+{
+template <class Stream, typename T>
+bool ReadItem(Stream & stream, T & value)
+{
+    return stream.Read(&value, 1, sizeof(T)) == sizeof(T);
+}
+// A value stored in a narrower type, such as a long kept in 32 bits on every target.
+template <typename Stored, class Stream, typename T>
+bool ReadStored(Stream & stream, T & value)
+{
+    Stored stored = 0;
+    const bool done = ReadItem(stream, stored);
+    value = stored;
+    return done;
+}
+} // namespace ByteStream
+
 class KIV_API MemoryFile : public BinReader, public BinWriter
 {
 public:
@@ -54,8 +73,8 @@ public:
     bool Read(int & value) { return ReadItem(value); }
     bool Read(unsigned int & value) { return ReadItem(value); }
     // A long is stored in 32 bits on every target.
-    bool Read(long & value);
-    bool Read(unsigned long & value);
+    bool Read(long & value) { return ReadStored<int32_t>(value); }
+    bool Read(unsigned long & value) { return ReadStored<uint32_t>(value); }
     bool Read(float & value) { return ReadItem(value); }
     // Each gives 0 when the value does not remain.
     unsigned char Readubyte() { return ReadValue<unsigned char>(); }
@@ -104,7 +123,12 @@ private:
     template <typename T>
     bool ReadItem(T & value)
     {
-        return Read(&value, 1, sizeof(T)) == sizeof(T);
+        return ByteStream::ReadItem(*this, value);
+    }
+    template <typename Stored, typename T>
+    bool ReadStored(T & value)
+    {
+        return ByteStream::ReadStored<Stored>(*this, value);
     }
     template <typename T>
     T ReadValue()
@@ -178,8 +202,8 @@ public:
     bool Read(unsigned char & value) { return ReadItem(value); }
     bool Read(short & value) { return ReadItem(value); }
     bool Read(unsigned short & value) { return ReadItem(value); }
-    bool Read(long & value);
-    bool Read(unsigned long & value);
+    bool Read(long & value) { return ReadStored<int32_t>(value); }
+    bool Read(unsigned long & value) { return ReadStored<uint32_t>(value); }
     bool Read(float & value) { return ReadItem(value); }
     bool Read32(int & value) { return ReadItem(value); }
     bool Read32(unsigned int & value) { return ReadItem(value); }
@@ -209,7 +233,12 @@ private:
     template <typename T>
     bool ReadItem(T & value)
     {
-        return Read(&value, 1, sizeof(T)) == sizeof(T);
+        return ByteStream::ReadItem(*this, value);
+    }
+    template <typename Stored, typename T>
+    bool ReadStored(T & value)
+    {
+        return ByteStream::ReadStored<Stored>(*this, value);
     }
     template <typename T>
     bool WriteItem(const T & value)
