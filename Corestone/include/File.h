@@ -373,6 +373,7 @@ private:
     unsigned long WriteDirect(const unsigned char * data, unsigned long length);
     bool Flush();
     bool PlaceHandle(uint32_t physical);
+    int ReadAt(uint32_t physical, void * data, uint32_t count);
     void DropReadAhead();
     unsigned long ReadLineBytes(unsigned char * buffer, unsigned long limit, unsigned unitSize);
     unsigned long ReadLineUtf16(char * buffer, unsigned long length);
