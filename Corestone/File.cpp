@@ -281,11 +281,9 @@ File::Result File::DetectCompression()
 {
     const unsigned storedVersion = member ? member->StoredVersion() : 0;
     const uint32_t headerLength = storedVersion == 257 ? 4 : 12;
-    PlaceHandle(dataStart);
-    const int got = FilePlatform::Read(handle, buffer, headerLength);
+    const int got = ReadAt(dataStart, buffer, headerLength);
     if (got < 0)
         return RES_UNKNOWN;
-    handlePosition += static_cast<uint32_t>(got);
     const bool full = static_cast<uint32_t>(got) == headerLength;
     if (!full || memcmp(buffer, "CFIL", 4) != 0)
     {
@@ -302,6 +300,8 @@ File::Result File::DetectCompression()
     if (headerLength == 12 && version >= 257)
         size = GetLittleEndian32(buffer + 8);
     dataStart += headerLength;
+    if (size == unknownSize)
+        size = ChunkedSize();
     return RES_OK;
 }
 
@@ -333,6 +333,8 @@ unsigned long File::Close()
     Flush();
     if (member)
         member->Close(*this);
+    else if ((mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED && !(flags & FOREIGN_HANDLE))
+        FinishCompressedWrite();
     else if (!(flags & FOREIGN_HANDLE))
         FilePlatform::Close(handle);
     handle = -1;
@@ -375,6 +377,20 @@ bool File::PlaceHandle(uint32_t physical)
     return true;
 }
 
+// A handle shared with other files (an archive's) is moved by them too: it is read at the offset
+// without its position. An own handle seeks only when it stands elsewhere.
+int File::ReadAt(uint32_t physical, void * data, uint32_t count)
+{
+    if (flags & FOREIGN_HANDLE)
+        return FilePlatform::ReadAt(handle, data, count, physical);
+    if (!PlaceHandle(physical))
+        return -1;
+    const int got = FilePlatform::Read(handle, data, count);
+    if (got > 0)
+        handlePosition += static_cast<uint32_t>(got);
+    return got;
+}
+
 void File::DropReadAhead()
 {
     cursor = buffer;
@@ -397,18 +413,17 @@ bool File::Flush()
 
 bool File::Refill()
 {
+    if (IsCompressed())
+        return RefillChunk();
     DropReadAhead();
     if (position >= Size())
         return false;
     const uint32_t left = Size() - position;
     const uint32_t wanted = left < BUFFER_SIZE ? left : static_cast<uint32_t>(BUFFER_SIZE);
-    if (!PlaceHandle(dataStart + position))
-        return false;
-    const int got = FilePlatform::Read(handle, buffer, wanted);
+    const int got = ReadAt(dataStart + position, buffer, wanted);
     if (got <= 0)
         return false;
     buffered = static_cast<uint32_t>(got);
-    handlePosition += buffered;
     return KeepGoing(buffered, wanted);
 }
 
@@ -416,10 +431,14 @@ unsigned long File::ReadDirect(unsigned char * data, unsigned long length)
 {
     const unsigned long available = position < Size() ? Size() - position : 0;
     const unsigned long wanted = length < available ? length : available;
-    if (!PlaceHandle(dataStart + position))
-        return 0;
-    const unsigned long done = MoveAll(handle, data, wanted, FilePlatform::Read, true);
-    handlePosition += static_cast<uint32_t>(done);
+    uint32_t at = dataStart + position;
+    const auto readAt = [this, &at](int, unsigned char * to, uint32_t count)
+    {
+        const int got = ReadAt(at, to, count);
+        at += got > 0 ? static_cast<uint32_t>(got) : 0;
+        return got;
+    };
+    const unsigned long done = MoveAll(handle, data, wanted, readAt, true);
     position += static_cast<uint32_t>(done);
     return done;
 }
@@ -722,6 +741,8 @@ unsigned long File::Seek(long offset, FileSeek origin)
     if (target < 0 || target >= static_cast<int64_t>(unknownSize))
         FILE_THROW("Seek() Position %lld is outside the file", static_cast<long long>(target));
     Flush();
+    if (IsCompressed() && target < static_cast<int64_t>(Size()))
+        return SeekChunk(static_cast<uint32_t>(target));
     position = static_cast<uint32_t>(target);
     DropReadAhead();
     return position;

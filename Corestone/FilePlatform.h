@@ -57,6 +57,11 @@ struct Status
 int Open(const char * name, const OpenRequest & request);
 int Read(int handle, void * data, uint32_t count);
 int Write(int handle, const void * data, uint32_t count);
+// Reads at an offset without using the handle's position, so files sharing one handle do not
+// move each other's place.
+int ReadAt(int handle, void * data, uint32_t count, int64_t offset);
+// Cuts or extends the file to `length` bytes.
+bool Truncate(int handle, int64_t length);
 int64_t Seek(int handle, int64_t offset, int origin);
 int64_t Length(int handle);
 bool Commit(int handle);
@@ -78,6 +83,8 @@ bool CurrentDirectory(char * buffer, unsigned size);
 bool FullName(const char * name, char * buffer, unsigned size);
 // Whether names that differ only in case name the same file.
 bool IgnoresCase();
+// The identifier of this process, which names the temporaries of the compressed write cycle.
+uint32_t ProcessId();
 
 struct DirectoryItem
 {

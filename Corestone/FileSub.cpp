@@ -51,6 +51,32 @@ bool FileSub::DiskName(const char * name, File::Path & full) const
 
 void FileSub::Close(File & file) {}
 
+FileSub::Listing::~Listing() = default;
+
+FileSub::Listing * FileSub::List(const char * folder)
+{
+    return nullptr;
+}
+
+void FileSub::AttachShared(File & file, int shared, const char * name, uint32_t dataStart, uint32_t size)
+{
+    file.handle = shared;
+    file.flags |= File::FOREIGN_HANDLE;
+    file.member = this;
+    file.size = size;
+    file.dataStart = dataStart;
+    file.handlePosition = dataStart;
+    file.path = name;
+}
+
+void FileSub::AttachOwn(File & file, int own, const char * name)
+{
+    file.handle = own;
+    file.handlePosition = 0;
+    file.member = this;
+    file.path = name;
+}
+
 void FileSub::Lock() {}
 
 void FileSub::Unlock() {}
