@@ -107,7 +107,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t * data, size_t size)
         return 0;
     const bool text = (data[0] & 4) != 0;
     const int encoding = data[0] & 3;
-    Kiv::MemoryFile memory(static_cast<const void *>(data + 1), static_cast<unsigned>(size - 1), text,
+    // Writes through a view change the viewed bytes, so the view is of a copy.
+    std::vector<unsigned char> bytes(data + 1, data + size);
+    Kiv::MemoryFile memory(static_cast<const void *>(bytes.data()), static_cast<unsigned>(bytes.size()), text,
                            encoding);
     std::vector<unsigned char> scratch(size + 1);
     for (int steps = 0; steps < 1024 && memory.IsOpen() && !memory.Eof(); ++steps)
