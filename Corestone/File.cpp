@@ -290,7 +290,8 @@ File::Result File::DetectCompression()
         if (full && (mode & MODE_READ_MASK) == MODE_READ_COMPRESSED)
             return RES_NOTCOMPRESSED;
         mode = (mode & ~MODE_READ_MASK) | MODE_READ_PLAIN;
-        buffered = static_cast<uint32_t>(got);
+        // A stored file shorter than the header has only its own bytes.
+        buffered = static_cast<uint32_t>(got) < size ? static_cast<uint32_t>(got) : size;
         return RES_OK;
     }
     if (mode & MODE_WRITE_MASK)
