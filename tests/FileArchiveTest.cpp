@@ -115,9 +115,14 @@ public:
     Mount & operator=(const Mount &) = delete;
 
     void Close() { File::Subst(name, nullptr); }
+    // The newest place, which the entry keeps alive.
     FileSubArchive & Archive() const
     {
-        return dynamic_cast<FileSubArchive &>(*Kiv::FileSubstitute::Find(name)->Member(0));
+        unsigned count = 0;
+        Kiv::FileSub ** places = Kiv::FileSubstitute::Find(name)->TakePlaces(count);
+        auto & archive = dynamic_cast<FileSubArchive &>(*places[0]);
+        Kiv::FileSubstitute::ReleasePlaces(places, count);
+        return archive;
     }
 
     PString name;
