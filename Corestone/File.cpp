@@ -319,6 +319,8 @@ File::Result File::DetectCompression()
     if (headerLength == 12 && version >= 257)
         size = GetLittleEndian32(buffer + 8);
     dataStart += headerLength;
+    if (size == unknownSize)
+        size = ChunkedSize();
     return RES_OK;
 }
 
@@ -345,7 +347,11 @@ unsigned long File::Close()
     if (!IsOpen())
         return 0;
     const bool written = Flush() && !(flags & WRITE_FAILED);
-    const bool closed = CloseHandle();
+    bool closed = true;
+    if (!member && !(flags & FOREIGN_HANDLE) && (mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED)
+        FinishCompressedWrite();
+    else
+        closed = CloseHandle();
     handle = -1;
     --openFiles;
     ResetState(mode);
@@ -390,25 +396,25 @@ void File::CheckWritable(int line) const
         throw FileEx(module, line, "Write() File not open for writing");
 }
 
+// A handle shared with other files (an archive's) is moved by them too: it is never placed, only
+// read at offsets. `handlePosition` then tells where the next read in order goes.
 bool File::PlaceHandle(uint32_t physical)
 {
     if (handlePosition == physical)
         return true;
-    if (FilePlatform::Seek(handle, physical, SEEK_SET) != static_cast<int64_t>(physical))
+    if (!(flags & FOREIGN_HANDLE) &&
+        FilePlatform::Seek(handle, physical, SEEK_SET) != static_cast<int64_t>(physical))
         return false;
     handlePosition = physical;
     return true;
 }
 
-// A handle shared with other files (an archive's) is moved by them too: it is read at the offset
-// without its position. An own handle seeks only when it stands elsewhere.
 int File::ReadAt(uint32_t physical, void * data, uint32_t count)
 {
-    if (flags & FOREIGN_HANDLE)
-        return FilePlatform::ReadAt(handle, data, count, physical);
     if (!PlaceHandle(physical))
         return -1;
-    const int got = FilePlatform::Read(handle, data, count);
+    const int got = (flags & FOREIGN_HANDLE) ? FilePlatform::ReadAt(handle, data, count, physical)
+                                             : FilePlatform::Read(handle, data, count);
     if (got > 0)
         handlePosition += static_cast<uint32_t>(got);
     return got;
@@ -444,6 +450,8 @@ bool File::Flush()
 
 bool File::Refill()
 {
+    if (IsCompressed())
+        return RefillChunk();
     DropReadAhead();
     if (position >= Size())
         return false;
@@ -778,6 +786,8 @@ unsigned long File::Seek(long offset, FileSeek origin)
     }
     // Nothing is checked against the size: a target before the start becomes a position far past
     // the end, where reads find nothing.
+    if (IsCompressed() && target >= 0 && target < static_cast<int64_t>(Size()))
+        return SeekChunk(static_cast<uint32_t>(target));
     position = static_cast<uint32_t>(target);
     DropReadAhead();
     return position;

@@ -86,6 +86,8 @@ bool CurrentDirectory(char * buffer, unsigned size);
 bool FullName(const char * name, char * buffer, unsigned size);
 // Whether names that differ only in case name the same file.
 bool IgnoresCase();
+// The identifier of this process, which names the temporaries of the compressed write cycle.
+uint32_t ProcessId();
 
 struct DirectoryItem
 {

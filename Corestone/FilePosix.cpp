@@ -338,6 +338,11 @@ bool DirectoryWalk::Next(DirectoryItem & item)
     return false;
 }
 
+uint32_t ProcessId()
+{
+    return static_cast<uint32_t>(getpid());
+}
+
 void DirectoryWalk::Close()
 {
     if (walk)

@@ -170,6 +170,11 @@ bool SetHidden(const char * name, bool hidden)
     return ChangeAttribute(name, FILE_ATTRIBUTE_HIDDEN, hidden);
 }
 
+uint32_t ProcessId()
+{
+    return GetCurrentProcessId();
+}
+
 bool RemoveFile(const char * name)
 {
     return DeleteFileA(name) != 0;

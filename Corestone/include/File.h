@@ -381,6 +381,13 @@ private:
     bool PlaceHandle(uint32_t physical);
     int ReadAt(uint32_t physical, void * data, uint32_t count);
     void DropReadAhead();
+    unsigned int ReadHandle(uint32_t physical, void * data, unsigned int length);
+    bool ReadChunkWord(uint32_t physical, unsigned & word);
+    bool LoadChunk(uint32_t physical);
+    bool RefillChunk();
+    unsigned long SeekChunk(uint32_t target);
+    uint32_t ChunkedSize();
+    void FinishCompressedWrite();
     unsigned long ReadLineBytes(unsigned char * buffer, unsigned long limit, unsigned unitSize);
     unsigned long ReadLineUtf16(char * buffer, unsigned long length);
     unsigned long WriteLineUtf16(const char * text);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Alloc.h"
+#include "BPE.h"
 #include "BinReader.h"
 #include "BuildVersion.h"
 #include "Console.h"

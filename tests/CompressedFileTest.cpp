@@ -1,0 +1,416 @@
+#include "CompressedFile.h"
+#include "File.h"
+#include "PString.h"
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#if defined(_WIN32)
+#include <process.h>
+#define getpid _getpid
+#else
+#include <unistd.h>
+#endif
+
+using Kiv::File;
+using Kiv::PString;
+using TestSupport::DataFile;
+using TestSupport::ReadBytes;
+using TestSupport::TempDir;
+using TestSupport::WriteBytes;
+namespace CompressedFile = Kiv::CompressedFile;
+
+namespace
+{
+using Bytes = std::vector<unsigned char>;
+const unsigned long compressedWrite = File::MODE_WRITE_COMPRESSED | File::MODE_CREATE;
+const size_t chunk = 16384;
+
+// Text, then noise that stays stored, then a binary, then text again: coded and stored chunks.
+Bytes MixedData()
+{
+    Bytes data = ReadBytes("/usr/share/common-licenses/GPL-3");
+    data.resize(40000);
+    std::mt19937 random(5);
+    for (int i = 0; i < 20000; ++i)
+        data.push_back(static_cast<unsigned char>(random()));
+    const Bytes program = ReadBytes("/bin/ls");
+    data.insert(data.end(), program.begin(), program.begin() + 30000);
+    data.insert(data.end(), data.begin(), data.begin() + 12345);
+    return data;
+}
+
+// Writes through the compressed write mode in pieces of varying size.
+void WriteCompressed(const std::string & name, const Bytes & data)
+{
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), compressedWrite));
+    size_t done = 0;
+    for (size_t piece = 1; done < data.size(); piece = piece * 3 % 40009 + 1)
+    {
+        const size_t take = std::min(piece, data.size() - done);
+        ASSERT_EQ(take, file.Write(data.data() + done, static_cast<unsigned long>(take), 1));
+        done += take;
+    }
+    file.Close();
+}
+
+Bytes ReadThrough(const std::string & name, bool expectCompressed = true)
+{
+    File file;
+    EXPECT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_READ));
+    EXPECT_EQ(expectCompressed, file.IsCompressed());
+    Bytes out;
+    unsigned char piece[7000];
+    for (unsigned long got; (got = file.Read(piece, sizeof(piece), 1)) > 0;)
+        out.insert(out.end(), piece, piece + got);
+    EXPECT_TRUE(file.Eof());
+    return out;
+}
+
+// The physical offsets of the chunks' length words.
+std::vector<size_t> ChunkOffsets(const Bytes & packed)
+{
+    std::vector<size_t> offsets;
+    for (size_t at = 12; at + 2 <= packed.size(); at += 2 + ((packed[at] | packed[at + 1] << 8) & 0x7FFF))
+        offsets.push_back(at);
+    return offsets;
+}
+
+Bytes Header(uint32_t version, uint32_t size)
+{
+    Bytes header = {'C', 'F', 'I', 'L'};
+    for (const uint32_t word : {version, size})
+        for (int i = 0; i < 4; ++i)
+            header.push_back(static_cast<unsigned char>(word >> (8 * i)));
+    return header;
+}
+
+void AddChunk(Bytes & file, unsigned word, const Bytes & payload)
+{
+    file.push_back(static_cast<unsigned char>(word));
+    file.push_back(static_cast<unsigned char>(word >> 8));
+    file.insert(file.end(), payload.begin(), payload.end());
+}
+
+class MemoryStream : public Kiv::BinReader, public Kiv::BinWriter
+{
+public:
+    Bytes bytes;
+    size_t readAt = 0;
+    size_t writeLimit = SIZE_MAX;
+
+    unsigned int ReadRaw(void * data, unsigned int size) override
+    {
+        const size_t take = std::min<size_t>(size, bytes.size() - readAt);
+        memcpy(data, bytes.data() + readAt, take);
+        readAt += take;
+        return static_cast<unsigned int>(take);
+    }
+    unsigned int WriteRaw(const void * data, unsigned int size) override
+    {
+        const size_t take = std::min<size_t>(size, writeLimit - bytes.size());
+        bytes.insert(bytes.end(), static_cast<const unsigned char *>(data),
+                     static_cast<const unsigned char *>(data) + take);
+        return static_cast<unsigned int>(take);
+    }
+};
+
+// Runs with the current directory in a scratch folder, where the write cycle makes its temporaries.
+class InFolder
+{
+public:
+    explicit InFolder(const std::string & folder)
+    {
+        File::GetCwd(previous);
+        EXPECT_TRUE(File::Cd(folder.c_str()));
+    }
+    ~InFolder() { File::Cd(previous); }
+
+private:
+    File::Path previous;
+};
+
+std::vector<std::string> Listing(const std::string & folder)
+{
+    std::vector<std::string> names;
+    for (const auto & item : std::filesystem::directory_iterator(folder))
+        names.push_back(item.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+} // namespace
+
+TEST(CompressedFile, WriteCycleRoundTrips)
+{
+    TempDir dir;
+    InFolder inside(dir.Path());
+
+    WriteCompressed("empty", {});
+    EXPECT_EQ(Header(257, 0), ReadBytes(dir / "empty"));
+    EXPECT_TRUE(ReadThrough(dir / "empty").empty());
+
+    const Bytes mixed = MixedData();
+    const Bytes text = ReadBytes("/usr/share/common-licenses/GPL-3");
+    const Bytes program = ReadBytes("/bin/ls");
+    const Bytes cases[] = {Bytes{'x'}, Bytes(chunk, 'q'), Bytes(chunk + 1, 'r'), text, program, mixed};
+    for (const Bytes & data : cases)
+    {
+        SCOPED_TRACE(data.size());
+        WriteCompressed("data.bin", data);
+        const Bytes packed = ReadBytes(dir / "data.bin");
+        ASSERT_GE(packed.size(), 12u);
+        EXPECT_EQ(Header(257, static_cast<uint32_t>(data.size())),
+                  Bytes(packed.begin(), packed.begin() + 12));
+        // Every chunk but the last stands for 16,384 bytes; the noise stays stored.
+        EXPECT_EQ((data.size() + chunk - 1) / chunk, ChunkOffsets(packed).size());
+        EXPECT_EQ(data, ReadThrough(dir / "data.bin"));
+        File file;
+        ASSERT_EQ(File::RES_OK, file.Open((dir / "data.bin").c_str(), File::MODE_READ_COMPRESSED));
+        EXPECT_EQ(data.size(), file.Size());
+    }
+    EXPECT_LT(ReadBytes(dir / "data.bin").size(), mixed.size() * 8 / 10);
+    // The temporaries are gone and the file is no longer hidden or plain.
+    EXPECT_EQ((std::vector<std::string>{"data.bin", "empty"}), Listing(dir.Path()));
+
+    // Data that begins with the magic itself are still written and read back whole.
+    const Bytes magic = {'C', 'F', 'I', 'L', 1, 2, 3, 4, 5, 6, 7, 8, 9};
+    WriteCompressed("magic", magic);
+    EXPECT_EQ(magic, ReadThrough(dir / "magic"));
+}
+
+TEST(CompressedFile, WriteModeRules)
+{
+    TempDir dir;
+    InFolder inside(dir.Path());
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open("c.bin", compressedWrite));
+    EXPECT_EQ(3u, file.Write("abc", 3, 1));
+    try
+    {
+        file.SeekSet(0);
+        ADD_FAILURE() << "seeking a compressed write must throw";
+    }
+    catch (const Kiv::FileEx & failure)
+    {
+        EXPECT_STREQ("Seek() Can't seek writing compressed file", failure.Reason());
+    }
+    file.Close();
+    EXPECT_EQ(File::RES_CANTWRITECOMPRESSED, file.Open("c.bin", File::MODE_READ | File::MODE_WRITE));
+    EXPECT_FALSE(file.IsOpen());
+
+    // Through a writable directory substitution, the file lands compressed in its folder.
+    std::filesystem::create_directory(dir / "sub");
+    const PString subst("czWrite");
+    File::Subst(subst, (dir / "sub/").c_str(), true);
+    ASSERT_EQ(File::RES_OK, file.Open("czWrite:inner.bin", compressedWrite));
+    const Bytes text = ReadBytes("/usr/share/common-licenses/GPL-3");
+    file.Write(text.data(), static_cast<unsigned long>(text.size()), 1);
+    file.Close();
+    const Bytes packed = ReadBytes(dir / "sub/inner.bin");
+    EXPECT_EQ(Header(257, static_cast<uint32_t>(text.size())), Bytes(packed.begin(), packed.begin() + 12));
+    EXPECT_EQ(text, ReadThrough("czWrite:inner.bin"));
+    File::Subst(subst, nullptr);
+    EXPECT_EQ((std::vector<std::string>{"c.bin", "sub"}), Listing(dir.Path()));
+}
+
+TEST(CompressedFile, SeeksAgreeWithAPlainCopy)
+{
+    TempDir dir;
+    const Bytes data = MixedData();
+    const std::string name = dir / "mixed";
+    {
+        InFolder inside(dir.Path());
+        WriteCompressed(name, data);
+    }
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_READ));
+    ASSERT_TRUE(file.IsCompressed());
+    const long size = static_cast<long>(data.size());
+    std::mt19937 random(9);
+    std::vector<long> targets;
+    for (long boundary = 0; boundary <= size; boundary += static_cast<long>(chunk))
+        for (long near : {-2L, -1L, 0L, 1L})
+            if (boundary + near >= 0 && boundary + near < size)
+                targets.push_back(boundary + near);
+    for (int i = 0; i < 300; ++i)
+        targets.push_back(static_cast<long>(random() % data.size()));
+    std::shuffle(targets.begin(), targets.end(), random);
+    Bytes piece(40000);
+    for (size_t i = 0; i < targets.size(); ++i)
+    {
+        const long target = targets[i];
+        SCOPED_TRACE(target);
+        switch (i % 3)
+        {
+        case 0:
+            ASSERT_EQ(static_cast<unsigned long>(target), file.SeekSet(target));
+            break;
+        case 1:
+            ASSERT_EQ(static_cast<unsigned long>(target),
+                      file.SeekCur(target - static_cast<long>(file.Tell())));
+            break;
+        default:
+            ASSERT_EQ(static_cast<unsigned long>(target), file.SeekEnd(size - target));
+            break;
+        }
+        const size_t wanted = i % 5 == 0 ? random() % 40000 : random() % 64 + 1;
+        const size_t expected = std::min(wanted, data.size() - static_cast<size_t>(target));
+        ASSERT_EQ(expected, file.Read(piece.data(), static_cast<unsigned long>(wanted), 1));
+        ASSERT_EQ(0, memcmp(piece.data(), data.data() + target, expected));
+        ASSERT_EQ(static_cast<unsigned long>(target) + expected, file.Tell());
+    }
+    // Past the end, then back inside.
+    EXPECT_EQ(static_cast<unsigned long>(size + 100), file.SeekSet(size + 100));
+    EXPECT_EQ(0u, file.Read(piece.data(), 10, 1));
+    EXPECT_TRUE(file.Eof());
+    EXPECT_EQ(chunk * 2 + 5, file.SeekSet(static_cast<long>(chunk * 2 + 5)));
+    EXPECT_EQ(10u, file.Read(piece.data(), 10, 1));
+    EXPECT_EQ(0, memcmp(piece.data(), data.data() + chunk * 2 + 5, 10));
+    // Lines run on across chunk boundaries.
+    file.SeekSet(static_cast<long>(chunk - 20));
+    char line[400];
+    const unsigned long length = file.ReadLine(line, sizeof(line));
+    const auto feed = std::find(data.begin() + chunk - 20, data.end(), '\n');
+    EXPECT_EQ(static_cast<size_t>(feed - data.begin()) + 1 - (chunk - 20), length);
+}
+
+TEST(CompressedFile, CorruptDataEndsCleanly)
+{
+    TempDir dir;
+    const Bytes data = MixedData();
+    const std::string good = dir / "good";
+    {
+        InFolder inside(dir.Path());
+        WriteCompressed(good, data);
+    }
+    const Bytes packed = ReadBytes(good);
+    const std::vector<size_t> offsets = ChunkOffsets(packed);
+    ASSERT_EQ(7u, offsets.size());
+    const std::string bad = dir / "bad";
+
+    // Cut short anywhere: what is read is a prefix of the data, and then the file ends.
+    for (size_t cut = 12; cut < packed.size(); cut += 997)
+    {
+        WriteBytes(bad, Bytes(packed.begin(), packed.begin() + static_cast<long>(cut)));
+        const Bytes got = ReadThrough(bad);
+        ASSERT_LE(got.size(), data.size());
+        EXPECT_TRUE(std::equal(got.begin(), got.end(), data.begin()));
+        size_t whole = 0;
+        while (whole < offsets.size() - 1 && offsets[whole + 1] <= cut)
+            ++whole;
+        EXPECT_EQ(whole * chunk, got.size()) << cut;
+    }
+
+    // Length words past the end, or longer than a chunk, stored or coded.
+    for (const unsigned word : {0x7FFFu, 0xFFFFu, 0x4001u, 0xC001u})
+    {
+        Bytes broken = packed;
+        broken[offsets[2]] = static_cast<unsigned char>(word);
+        broken[offsets[2] + 1] = static_cast<unsigned char>(word >> 8);
+        WriteBytes(bad, broken);
+        EXPECT_EQ(Bytes(data.begin(), data.begin() + 2 * chunk), ReadThrough(bad)) << word;
+        File file;
+        ASSERT_EQ(File::RES_OK, file.Open(bad.c_str(), File::MODE_READ));
+        EXPECT_EQ(0xFFFFFFFFu, file.SeekSet(static_cast<long>(chunk * 2 + 100)));
+        EXPECT_TRUE(file.Eof());
+        unsigned char byte;
+        EXPECT_EQ(0u, file.Read(&byte, 1, 1));
+    }
+
+    // A coded chunk whose pairs loop, and one that expands past 16,384 bytes.
+    Bytes looping = Header(257, 100);
+    AddChunk(looping, 12, {128, 1, 2, 'a', 1, 'b', 254, 127 + 126, 0, 2, 'x', 1});
+    Bytes doubling = {127 + 50, 127};
+    for (int c = 50; c < 178; ++c)
+        doubling.insert(doubling.end(),
+                        {static_cast<unsigned char>(c - 1), static_cast<unsigned char>(c - 1)});
+    doubling.insert(doubling.end(), {127 + 78, 0, 1, 64});
+    Bytes growing = Header(257, 100000);
+    AddChunk(growing, static_cast<unsigned>(doubling.size()), doubling);
+    // Code 64 stands for 2^15 bytes: just past a chunk.
+    for (const Bytes * broken : {&looping, &growing})
+    {
+        WriteBytes(bad, *broken);
+        EXPECT_TRUE(ReadThrough(bad).empty());
+    }
+
+    // A header that promises more than the chunks hold ends where they do.
+    Bytes promising = packed;
+    promising[8] = 0xFF;
+    promising[9] = 0xFF;
+    promising[10] = 0xFF;
+    WriteBytes(bad, promising);
+    EXPECT_EQ(data, ReadThrough(bad));
+}
+
+TEST(CompressedFile, OlderVersionTakesItsSizeFromTheChunks)
+{
+    TempDir dir;
+    const Bytes text = ReadBytes("/usr/share/common-licenses/GPL-3");
+    const std::string name = dir / "old";
+    {
+        InFolder inside(dir.Path());
+        WriteCompressed(name, text);
+    }
+    Bytes packed = ReadBytes(name);
+    packed[4] = 0;
+    packed[5] = 1;
+    packed[8] = packed[9] = packed[10] = packed[11] = 0xEE;
+    WriteBytes(name, packed);
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_READ));
+    EXPECT_EQ(text.size(), file.Size());
+    file.Close();
+    EXPECT_EQ(text, ReadThrough(name));
+}
+
+TEST(CompressedFile, GoldenFileOnEveryTarget)
+{
+    TempDir dir;
+    InFolder inside(dir.Path());
+    const Bytes input = ReadBytes(DataFile("Compressed.in"));
+    const Bytes golden = ReadBytes(DataFile("Compressed.cfil"));
+    EXPECT_EQ(input, ReadThrough(DataFile("Compressed.cfil")));
+    WriteCompressed("again", input);
+    EXPECT_EQ(golden, ReadBytes(dir / "again"));
+
+    // The same form written from any reader to any writer; short ends answer false.
+    MemoryStream stream;
+    stream.bytes = input;
+    MemoryStream target;
+    EXPECT_TRUE(CompressedFile::WriteCompressedForm(stream, static_cast<uint32_t>(input.size()), target));
+    EXPECT_EQ(golden, target.bytes);
+    stream.readAt = 0;
+    MemoryStream shortTarget;
+    EXPECT_FALSE(
+        CompressedFile::WriteCompressedForm(stream, static_cast<uint32_t>(input.size() + 1), shortTarget));
+    stream.readAt = 0;
+    shortTarget.bytes.clear();
+    shortTarget.writeLimit = 20000;
+    EXPECT_FALSE(
+        CompressedFile::WriteCompressedForm(stream, static_cast<uint32_t>(input.size()), shortTarget));
+}
+
+TEST(CompressedFile, TemporaryNamesCountUp)
+{
+    const std::string first = CompressedFile::NextTemporaryName().Text();
+    const std::string second = CompressedFile::NextTemporaryName("some/folder").Text();
+    unsigned process = 0;
+    unsigned count = 0;
+    ASSERT_EQ(2, sscanf(first.c_str(), "%8X.T%8X", &process, &count));
+    EXPECT_EQ(static_cast<unsigned>(getpid()), process);
+    char expected[64];
+    snprintf(expected, sizeof(expected), "%08X.T%08X", process, count);
+    EXPECT_EQ(expected, first);
+    snprintf(expected, sizeof(expected), "some/folder/%08X.T%08X", process, count + 1);
+    EXPECT_EQ(expected, second);
+}
