@@ -58,6 +58,8 @@ case "${1:-}" in
     preset linux-x64-asan
     preset linux-x64-tsan
     preset linux-x86
+    preset linux-x64-fuzz no
+    fuzz/run.sh build/linux-x64-fuzz/bin 20000 2>&1 | tee build/fuzz.log
     with_wine preset windows-x64
     preset windows-x86 no
     echo "windows-x86: built; its tests are not run, as no 32-bit Wine can be installed on this machine"

@@ -14,7 +14,8 @@ ArchiveTable::ArchiveTable() : records(nullptr), used(0), capacity(0), live(0)
 
 ArchiveTable::~ArchiveTable()
 {
-    Alloc::Delete(records);
+    if (records)
+        Alloc::Delete(records);
 }
 
 uint32_t ArchiveTable::Hash(const char * name)
@@ -56,7 +57,8 @@ bool ArchiveTable::Grow()
         return false;
     if (used)
         memcpy(static_cast<void *>(grown), records, used * sizeof(Record));
-    Alloc::Delete(records);
+    if (records)
+        Alloc::Delete(records);
     records = grown;
     capacity = static_cast<uint32_t>(wanted);
     return true;

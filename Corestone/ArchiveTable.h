@@ -2,6 +2,7 @@
 // ASCII case and the two separators folded.
 #pragma once
 
+#include "Alloc.h"
 #include "File.h"
 
 #include <cstdint>
@@ -19,7 +20,7 @@ struct ArchiveRecord
     bool live;
 };
 
-class ArchiveTable
+class ArchiveTable : public AllocBase
 {
 public:
     using Record = ArchiveRecord;
@@ -45,7 +46,10 @@ public:
 
     static uint32_t Hash(const char * name);
     static bool SameName(const char * a, const char * b);
-    static char Fold(char c) { return c == '\\' ? '/' : c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+    static char Fold(char c)
+    {
+        return c == '\\' ? '/' : c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    }
 
 private:
     bool Grow();

@@ -22,7 +22,6 @@ const unsigned hashSlots = 4096;
 const unsigned maxDistinct = 210;
 const unsigned firstFreeCode = 254;
 const unsigned minPairCount = 3;
-const unsigned maxRunEntries = 128;
 
 // The coder's working store, one allocation per call.
 struct CoderStore

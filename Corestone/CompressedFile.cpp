@@ -146,11 +146,16 @@ using namespace CompressedFile;
 
 unsigned int File::ReadHandle(uint32_t physical, void * data, unsigned int length)
 {
-    if (!PlaceHandle(physical))
-        return 0;
-    const unsigned int got = ReadFully(handle, data, length);
-    handlePosition += got;
-    return got;
+    auto * out = static_cast<unsigned char *>(data);
+    unsigned int done = 0;
+    while (done < length)
+    {
+        const int moved = ReadAt(physical + done, out + done, length - done);
+        if (moved <= 0)
+            break;
+        done += static_cast<unsigned int>(moved);
+    }
+    return done;
 }
 
 bool File::ReadChunkWord(uint32_t physical, unsigned & word)
@@ -196,7 +201,8 @@ bool File::RefillChunk()
     DropReadAhead();
     if (position >= Size())
         return false;
-    if (!LoadChunk(handlePosition))
+    // An empty chunk while bytes remain is as broken as one that cannot be read.
+    if (!LoadChunk(handlePosition) || buffered == 0)
     {
         DropReadAhead();
         size = 0;
@@ -205,7 +211,7 @@ bool File::RefillChunk()
     // Bytes past the recorded size are not part of the file.
     if (buffered > size - position)
         buffered = size - position;
-    return buffered != 0;
+    return true;
 }
 
 unsigned long File::SeekChunk(uint32_t target)

@@ -6,8 +6,10 @@
 #include "CRuntime.h"
 #include "FilePlatform.h"
 #include "FileSub.h"
+#include "FileSubstList.h"
 #include "PString.h"
 #include "String.h"
+#include "SyncObject.h"
 #include "Time.h"
 #include "UnicodeString.h"
 
@@ -73,16 +75,21 @@ bool KeepGoing(unsigned long done, unsigned long requested)
 }
 
 // Moves `length` bytes through the handle in as many calls as the system needs; stops at an
-// error, at the end of the file, or when the callback (if `reported`) says so.
+// error or the end of the file (setting `refused`), or when the callback (if `reported`) says so.
 template <typename Bytes, typename Call>
-unsigned long MoveAll(int handle, Bytes * data, unsigned long length, Call call, bool reported)
+unsigned long MoveAll(int handle, Bytes * data, unsigned long length, Call call, bool reported,
+                      bool * refused = nullptr)
 {
     unsigned long done = 0;
     while (done < length)
     {
         const int moved = call(handle, data + done, static_cast<uint32_t>(length - done));
         if (moved <= 0)
+        {
+            if (refused)
+                *refused = true;
             break;
+        }
         done += static_cast<unsigned long>(moved);
         if (reported && !KeepGoing(done, length))
             break;
@@ -196,7 +203,7 @@ void File::ResetState(unsigned long newMode)
     dirty = 0;
     substitute = nullptr;
     member = nullptr;
-    flags &= ~FOREIGN_HANDLE;
+    flags &= ~(FOREIGN_HANDLE | WRITE_FAILED);
     mode = static_cast<uint32_t>(newMode);
 }
 
@@ -220,8 +227,14 @@ File::Result File::Open(const PString & subst, const char * name, unsigned long 
         size = 0;
     if (!name || strlen(name) >= MAX_PATH_LENGTH)
         return Fail(RES_FILENOTFOUND);
+    // The entry is used under the list lock, so that it cannot be removed meanwhile.
+    const char * substName = subst;
+    SingleLock guard(&SubstLock(), substName && *substName);
     FileSubstitute * entry = FileSubstitute::Find(subst);
+    if (!entry)
+        guard.Unlock();
     const Result opened = entry ? OpenThroughSubst(entry, name) : OpenDisk(name);
+    guard.Unlock();
     if (opened != RES_OK)
         return Fail(opened);
     return FinishOpen();
@@ -230,10 +243,15 @@ File::Result File::Open(const PString & subst, const char * name, unsigned long 
 File::Result File::OpenThroughSubst(FileSubstitute * entry, const char * name)
 {
     substitute = entry;
-    if (mode & MODE_READ_MASK)
-        return entry->OpenRead(*this, name) && IsOpen() ? RES_OK : RES_FILENOTFOUND;
-    if (entry->OpenWrite(*this, name) && IsOpen())
+    const bool opened =
+        (mode & MODE_READ_MASK) ? entry->OpenRead(*this, name) : entry->OpenWrite(*this, name);
+    // The member that took the file stays alive until the file lets it go.
+    if (member)
+        member->AddRef();
+    if (opened && IsOpen())
         return RES_OK;
+    if (mode & MODE_READ_MASK)
+        return RES_FILENOTFOUND;
     return (mode & MODE_CREATE_MASK) == MODE_CREATE_NEW ? RES_FILEALREADYEXISTS : RES_FILENOTFOUND;
 }
 
@@ -290,7 +308,8 @@ File::Result File::DetectCompression()
         if (full && (mode & MODE_READ_MASK) == MODE_READ_COMPRESSED)
             return RES_NOTCOMPRESSED;
         mode = (mode & ~MODE_READ_MASK) | MODE_READ_PLAIN;
-        buffered = static_cast<uint32_t>(got);
+        // A stored file shorter than the header has only its own bytes.
+        buffered = static_cast<uint32_t>(got) < size ? static_cast<uint32_t>(got) : size;
         return RES_OK;
     }
     if (mode & MODE_WRITE_MASK)
@@ -309,12 +328,9 @@ File::Result File::DetectCompression()
 File::Result File::Fail(Result result)
 {
     if (IsOpen())
-    {
-        if (member)
-            member->Close(*this);
-        else if (!(flags & FOREIGN_HANDLE))
-            FilePlatform::Close(handle);
-    }
+        CloseHandle();
+    else if (member)
+        member->Release();
     handle = -1;
     if (logOpens)
     {
@@ -330,25 +346,38 @@ unsigned long File::Close()
 {
     if (!IsOpen())
         return 0;
-    Flush();
-    if (member)
-        member->Close(*this);
-    else if ((mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED && !(flags & FOREIGN_HANDLE))
+    const bool written = Flush() && !(flags & WRITE_FAILED);
+    bool closed = true;
+    if (!member && !(flags & FOREIGN_HANDLE) && (mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED)
         FinishCompressedWrite();
-    else if (!(flags & FOREIGN_HANDLE))
-        FilePlatform::Close(handle);
+    else
+        closed = CloseHandle();
     handle = -1;
     --openFiles;
     ResetState(mode);
-    return 0;
+    return written && closed ? 0 : RES_UNKNOWN;
+}
+
+// The member that opened the file takes it back and is let go; else the handle is closed here
+// unless it is the substitution's. False when the system reports that the close failed.
+bool File::CloseHandle()
+{
+    if (member)
+    {
+        member->Close(*this);
+        member->Release();
+        member = nullptr;
+        return true;
+    }
+    return (flags & FOREIGN_HANDLE) || FilePlatform::Close(handle);
 }
 
 void File::Commit()
 {
     if (!IsOpen() || !dirty)
         return;
-    Flush();
-    FilePlatform::Commit(handle);
+    if (!Flush() || !FilePlatform::Commit(handle))
+        flags |= WRITE_FAILED;
 }
 
 void File::CheckReadable(int line) const
@@ -367,25 +396,25 @@ void File::CheckWritable(int line) const
         throw FileEx(module, line, "Write() File not open for writing");
 }
 
+// A handle shared with other files (an archive's) is moved by them too: it is never placed, only
+// read at offsets. `handlePosition` then tells where the next read in order goes.
 bool File::PlaceHandle(uint32_t physical)
 {
     if (handlePosition == physical)
         return true;
-    if (FilePlatform::Seek(handle, physical, SEEK_SET) != static_cast<int64_t>(physical))
+    if (!(flags & FOREIGN_HANDLE) &&
+        FilePlatform::Seek(handle, physical, SEEK_SET) != static_cast<int64_t>(physical))
         return false;
     handlePosition = physical;
     return true;
 }
 
-// A handle shared with other files (an archive's) is moved by them too: it is read at the offset
-// without its position. An own handle seeks only when it stands elsewhere.
 int File::ReadAt(uint32_t physical, void * data, uint32_t count)
 {
-    if (flags & FOREIGN_HANDLE)
-        return FilePlatform::ReadAt(handle, data, count, physical);
     if (!PlaceHandle(physical))
         return -1;
-    const int got = FilePlatform::Read(handle, data, count);
+    const int got = (flags & FOREIGN_HANDLE) ? FilePlatform::ReadAt(handle, data, count, physical)
+                                             : FilePlatform::Read(handle, data, count);
     if (got > 0)
         handlePosition += static_cast<uint32_t>(got);
     return got;
@@ -397,18 +426,26 @@ void File::DropReadAhead()
     buffered = 0;
 }
 
+// Writes the pending bytes. What does not reach the file is not counted as written: the position
+// falls back to where the writing stopped, the size is asked of the system again, and Close
+// reports the loss.
 bool File::Flush()
 {
     if (!dirty)
         return true;
     const uint32_t pending = dirty;
+    unsigned long written = 0;
+    if (PlaceHandle(dataStart + position - pending))
+        written = MoveAll(handle, buffer, pending, FilePlatform::Write, false);
+    handlePosition += static_cast<uint32_t>(written);
     dirty = 0;
     DropReadAhead();
-    if (!PlaceHandle(dataStart + position - pending))
-        return false;
-    const unsigned long written = MoveAll(handle, buffer, pending, FilePlatform::Write, false);
-    handlePosition += static_cast<uint32_t>(written);
-    return written == pending;
+    if (written == pending)
+        return true;
+    position -= pending - static_cast<uint32_t>(written);
+    size = unknownSize;
+    flags |= WRITE_FAILED;
+    return false;
 }
 
 bool File::Refill()
@@ -477,9 +514,11 @@ unsigned long File::Read(void * data, unsigned long count, unsigned long itemSiz
 
 unsigned long File::WriteDirect(const unsigned char * data, unsigned long length)
 {
-    if (!PlaceHandle(dataStart + position))
-        return 0;
-    const unsigned long done = MoveAll(handle, data, length, FilePlatform::Write, true);
+    bool refused = !PlaceHandle(dataStart + position);
+    const unsigned long done =
+        refused ? 0 : MoveAll(handle, data, length, FilePlatform::Write, true, &refused);
+    if (refused)
+        flags |= WRITE_FAILED;
     handlePosition += static_cast<uint32_t>(done);
     position += static_cast<uint32_t>(done);
     if (position > size)
@@ -494,8 +533,12 @@ unsigned long File::Write(const void * data, unsigned long count, unsigned long 
     Size();
     if (!dirty)
         DropReadAhead();
-    const unsigned long total = TransferLength(count, itemSize);
+    // The file's positions are 32-bit: writing stops short of the last one, the unknown size.
+    const unsigned long room = position < unknownSize - 1 ? unknownSize - 1 - position : 0;
+    const unsigned long wanted = TransferLength(count, itemSize);
+    const unsigned long total = wanted < room ? wanted : room;
     const auto * in = static_cast<const unsigned char *>(data);
+    const uint32_t start = position;
     unsigned long done = 0;
     while (done < total)
     {
@@ -518,7 +561,9 @@ unsigned long File::Write(const void * data, unsigned long count, unsigned long 
         if (dirty == BUFFER_SIZE && !Flush())
             break;
     }
-    return itemSize ? done / itemSize : 0;
+    // A failed flush takes back what did not reach the file, of this call too.
+    const unsigned long counted = position > start ? position - start : 0;
+    return itemSize ? (done < counted ? done : counted) / itemSize : 0;
 }
 
 void File::SafeRead(void * data, unsigned long count, unsigned long itemSize)
@@ -723,6 +768,7 @@ unsigned long File::Seek(long offset, FileSeek origin)
 {
     if ((mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED)
         FILE_THROW("Seek() Can't seek writing compressed file");
+    Flush();
     int64_t target;
     switch (origin)
     {
@@ -738,10 +784,9 @@ unsigned long File::Seek(long offset, FileSeek origin)
     default:
         return 0xFFFFFFFF;
     }
-    if (target < 0 || target >= static_cast<int64_t>(unknownSize))
-        FILE_THROW("Seek() Position %lld is outside the file", static_cast<long long>(target));
-    Flush();
-    if (IsCompressed() && target < static_cast<int64_t>(Size()))
+    // Nothing is checked against the size: a target before the start becomes a position far past
+    // the end, where reads find nothing.
+    if (IsCompressed() && target >= 0 && target < static_cast<int64_t>(Size()))
         return SeekChunk(static_cast<uint32_t>(target));
     position = static_cast<uint32_t>(target);
     DropReadAhead();

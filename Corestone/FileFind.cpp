@@ -57,7 +57,7 @@ bool IsDrive(const char * pattern, const char * colon)
 }
 } // namespace
 
-File::Find::Find() : walk(nullptr), subst(nullptr), memberIndex(0), results(0) {}
+File::Find::Find() : walk(nullptr), places(nullptr), placeCount(0), placeIndex(0), results(0) {}
 
 File::Find::~Find()
 {
@@ -68,8 +68,14 @@ void File::Find::Close()
 {
     delete ListingOf(walk);
     walk = nullptr;
-    subst = nullptr;
-    memberIndex = 0;
+    if (places)
+    {
+        SingleLock guard(&SubstLock(), true);
+        FileSubstitute::ReleasePlaces(places, placeCount);
+    }
+    places = nullptr;
+    placeCount = 0;
+    placeIndex = 0;
     results = 0;
 }
 
@@ -103,37 +109,42 @@ bool File::Find::Open(const char * pattern)
 bool File::Find::Open(const char * pattern, const PString & substName)
 {
     Close();
-    subst = FileSubstitute::Find(substName);
-    if (!subst)
-        throw FileEx(module, __LINE__, "Open() Subst not found");
+    {
+        SingleLock guard(&SubstLock(), true);
+        FileSubstitute * subst = FileSubstitute::Find(substName);
+        if (!subst)
+            throw FileEx(module, __LINE__, "Open() Subst not found");
+        places = subst->TakePlaces(placeCount);
+    }
     ReduceWildcard(pattern);
     folder = prefix;
     char named[2 * MAX_PATH_LENGTH];
     snprintf(named, sizeof(named), "%s:%s", static_cast<const char *>(substName), folder.Text());
     prefix = named;
-    memberIndex = 0;
+    placeIndex = 0;
     return StartMember() || NextSearch();
 }
 
-// Lists the current member's folder: a directory on disk, or the member's own listing.
+// Lists the current place's folder: a directory on disk, or the place's own listing.
 bool File::Find::StartMember()
 {
-    SingleLock guard(&SubstLock(), true);
-    FileSub * member = subst->Member(memberIndex);
-    if (!member)
+    if (placeIndex >= placeCount)
         return false;
-    if (member->DiskName(folder, directory))
+    SingleLock guard(&SubstLock(), true);
+    const bool onDisk = places[placeIndex]->DiskName(folder, directory);
+    guard.Unlock();
+    if (onDisk)
         return FirstDirect();
     delete ListingOf(walk);
-    walk = member->List(folder);
+    walk = places[placeIndex]->List(folder);
     return NextDirect();
 }
 
 bool File::Find::NextSearch()
 {
-    while (subst && memberIndex + 1 < subst->Count())
+    while (placeIndex + 1 < placeCount)
     {
-        ++memberIndex;
+        ++placeIndex;
         if (StartMember())
             return true;
     }
@@ -166,16 +177,14 @@ bool File::Find::CheckFiles()
 {
     if (!Path::IsMatch(entry.name, wildcard))
         return false;
-    if (!subst)
+    if (!places)
         return true;
     Path name(folder);
     name.AddPath(entry.name);
-    for (unsigned newer = 0; newer < memberIndex; ++newer)
-    {
-        FileSub * member = subst->Member(newer);
-        if (member && member->Exists(name))
+    SingleLock guard(&SubstLock(), true);
+    for (unsigned newer = 0; newer < placeIndex; ++newer)
+        if (places[newer]->Exists(name))
             return false;
-    }
     return true;
 }
 

@@ -55,6 +55,9 @@ struct Status
 
 // Every name handed to these functions may use '\' or '/' as separators.
 int Open(const char * name, const OpenRequest & request);
+// Read and Write move at most maxTransfer bytes a call (the runtimes refuse counts past INT_MAX);
+// callers loop.
+const uint32_t maxTransfer = 1u << 30;
 int Read(int handle, void * data, uint32_t count);
 int Write(int handle, const void * data, uint32_t count);
 // Reads at an offset without using the handle's position, so files sharing one handle do not
@@ -65,7 +68,7 @@ bool Truncate(int handle, int64_t length);
 int64_t Seek(int handle, int64_t offset, int origin);
 int64_t Length(int handle);
 bool Commit(int handle);
-void Close(int handle);
+bool Close(int handle);
 bool GetStamp(int handle, Stamp & modified);
 bool SetStamp(int handle, Stamp modified);
 

@@ -156,7 +156,7 @@ int Read(int handle, void * data, uint32_t count)
 {
     ssize_t done;
     do
-        done = read(handle, data, count);
+        done = read(handle, data, count < maxTransfer ? count : maxTransfer);
     while (done < 0 && errno == EINTR);
     return static_cast<int>(done);
 }
@@ -165,7 +165,7 @@ int Write(int handle, const void * data, uint32_t count)
 {
     ssize_t done;
     do
-        done = write(handle, data, count);
+        done = write(handle, data, count < maxTransfer ? count : maxTransfer);
     while (done < 0 && errno == EINTR);
     return static_cast<int>(done);
 }
@@ -202,9 +202,10 @@ bool Commit(int handle)
     return fsync(handle) == 0;
 }
 
-void Close(int handle)
+bool Close(int handle)
 {
-    close(handle);
+    // After EINTR the descriptor is gone all the same.
+    return close(handle) == 0 || errno == EINTR;
 }
 
 bool GetStamp(int handle, Stamp & modified)

@@ -11,20 +11,33 @@ namespace Kiv
 {
 namespace
 {
-// Links may point at each other; a walk deeper than this is a loop and finds nothing.
+// Links may point at each other: a walk visits each entry once, and one nested deeper than
+// this through links finds nothing, which bounds the stack.
 const unsigned maxLinkDepth = 16;
-// Guarded by the list lock, which every walk holds.
+// Guarded by the list lock, which every walk holds. A walk entered from no other walk starts
+// a new generation; the entries it reaches are stamped with it.
 unsigned linkDepth = 0;
+unsigned walkGeneration = 0;
 
 class LinkDepth
 {
 public:
-    LinkDepth() { ++linkDepth; }
+    LinkDepth()
+    {
+        if (linkDepth++ == 0)
+            ++walkGeneration;
+    }
     ~LinkDepth() { --linkDepth; }
     LinkDepth(const LinkDepth &) = delete;
     LinkDepth & operator=(const LinkDepth &) = delete;
     bool TooDeep() const { return linkDepth > maxLinkDepth; }
 };
+
+FileSubstitute * LinkedEntry(FileSub * member)
+{
+    auto * link = dynamic_cast<FileSubLink *>(member);
+    return link ? link->Other() : nullptr;
+}
 } // namespace
 
 FileSub::~FileSub() = default;
@@ -49,7 +62,10 @@ bool FileSub::DiskName(const char * name, File::Path & full) const
     return false;
 }
 
-void FileSub::Close(File & file) {}
+void FileSub::Close(File & file)
+{
+    FilePlatform::Close(file.handle);
+}
 
 FileSub::Listing::~Listing() = default;
 
@@ -62,7 +78,7 @@ void FileSub::AttachShared(File & file, int shared, const char * name, uint32_t 
 {
     file.handle = shared;
     file.flags |= File::FOREIGN_HANDLE;
-    file.member = this;
+    Adopt(file);
     file.size = size;
     file.dataStart = dataStart;
     file.handlePosition = dataStart;
@@ -73,7 +89,7 @@ void FileSub::AttachOwn(File & file, int own, const char * name)
 {
     file.handle = own;
     file.handlePosition = 0;
-    file.member = this;
+    Adopt(file);
     file.path = name;
 }
 
@@ -136,62 +152,52 @@ bool FileSubPath::IsSame(const char * path) const
     return path && strcmp(directory, path) == 0;
 }
 
-bool FileSubLink::IsReadOnly() const
+bool FileSubLink::Forget(const FileSubstitute * removed)
 {
-    return !other->HasWritableMember();
-}
-
-bool FileSubLink::DiskName(const char * name, File::Path & full) const
-{
-    return other->DiskName(name, full, true);
+    if (removed != other)
+        return false;
+    other = nullptr;
+    return true;
 }
 
 bool FileSubLink::OpenWrite(File & file, const char * name)
 {
-    return other->OpenWrite(file, name);
+    return other && other->OpenWrite(file, name);
 }
 
 bool FileSubLink::OpenRead(File & file, const char * name)
 {
-    return other->OpenRead(file, name);
+    return other && other->OpenRead(file, name);
 }
 
 bool FileSubLink::Exists(const char * name)
 {
-    return other->Exists(name);
+    return other && other->Exists(name);
 }
 
 bool FileSubLink::Remove(const char * name)
 {
-    return other->Remove(name);
+    return other && other->Remove(name);
 }
 
 bool FileSubLink::GetStamp(const char * name, File::Time & stamp)
 {
-    return other->GetStamp(name, stamp);
+    return other && other->GetStamp(name, stamp);
 }
 
 bool FileSubLink::SetStamp(const char * name, const File::Time & stamp)
 {
-    return other->SetStamp(name, stamp);
+    return other && other->SetStamp(name, stamp);
 }
 
 FileSubstitute::FileSubstitute(const PString & name)
-    : previous(nullptr), following(nullptr), name(name), members(nullptr), count(0)
+    : previous(nullptr), following(nullptr), name(name), members(nullptr), count(0), visited(0)
 {
 }
 
 FileSubstitute::~FileSubstitute()
 {
     Empty();
-}
-
-FileSub * FileSubstitute::Member(unsigned index) const
-{
-    FileSub * member = members;
-    for (; member && index; --index)
-        member = member->next;
-    return member;
 }
 
 void FileSubstitute::AddFront(FileSub * member)
@@ -221,7 +227,7 @@ void FileSubstitute::Empty()
         FileSub * member = members;
         members = member->next;
         --count;
-        delete member;
+        member->Release();
     }
 }
 
@@ -235,7 +241,7 @@ void FileSubstitute::Forget(const FileSubstitute * removed)
         {
             *link = member->next;
             --count;
-            delete member;
+            member->Release();
         }
         else
         {
@@ -249,8 +255,9 @@ bool FileSubstitute::Walk(bool forWriting, Step step)
 {
     SingleLock guard(&SubstLock(), true);
     const LinkDepth depth;
-    if (depth.TooDeep())
+    if (depth.TooDeep() || visited == walkGeneration)
         return false;
+    visited = walkGeneration;
     for (FileSub * member = members; member; member = member->next)
     {
         const bool usable = forWriting ? !member->IsReadOnly() : member->CanRead();
@@ -292,19 +299,67 @@ bool FileSubstitute::SetStamp(const char * name, const File::Time & stamp)
 
 bool FileSubstitute::DiskName(const char * name, File::Path & full, bool forWriting)
 {
-    const bool existing =
-        Walk(false,
-             [&](FileSub * member)
-             {
-                 FilePlatform::Status status{};
-                 return member->DiskName(name, full) && FilePlatform::GetStatus(full, status);
-             });
-    return existing ||
-           (forWriting && Walk(true, [&](FileSub * member) { return member->DiskName(name, full); }));
+    return FindDisk(name, full, true) || (forWriting && FindDisk(name, full, false));
 }
 
-bool FileSubstitute::HasWritableMember()
+// One pass of DiskName: the first place holding the name, or the first writable one.
+bool FileSubstitute::FindDisk(const char * name, File::Path & full, bool existing)
 {
-    return Walk(true, [](FileSub *) { return true; });
+    return Walk(!existing,
+                [&](FileSub * member)
+                {
+                    FileSubstitute * linked = LinkedEntry(member);
+                    if (linked)
+                        return linked->FindDisk(name, full, existing);
+                    FilePlatform::Status status{};
+                    return member->DiskName(name, full) &&
+                           (!existing || FilePlatform::GetStatus(full, status));
+                });
+}
+
+FileSub ** FileSubstitute::TakePlaces(unsigned & placeCount)
+{
+    SingleLock guard(&SubstLock(), true);
+    placeCount = CollectPlaces(nullptr, 0);
+    if (!placeCount)
+        return nullptr;
+    auto ** places = static_cast<FileSub **>(Alloc::New(placeCount * sizeof(FileSub *)));
+    CollectPlaces(places, placeCount);
+    return places;
+}
+
+// Counts the places and fills at most `capacity` of them.
+unsigned FileSubstitute::CollectPlaces(FileSub ** places, unsigned capacity)
+{
+    unsigned found = 0;
+    Walk(false,
+         [&](FileSub * member)
+         {
+             FileSubstitute * linked = LinkedEntry(member);
+             if (linked)
+             {
+                 found += linked->CollectPlaces(found < capacity ? places + found : nullptr,
+                                                found < capacity ? capacity - found : 0);
+             }
+             else
+             {
+                 if (found < capacity)
+                 {
+                     member->AddRef();
+                     places[found] = member;
+                 }
+                 ++found;
+             }
+             return false;
+         });
+    return found;
+}
+
+void FileSubstitute::ReleasePlaces(FileSub ** places, unsigned placeCount)
+{
+    for (unsigned index = 0; index < placeCount; ++index)
+        places[index]->Release();
+    if (places)
+        Alloc::Delete(places);
 }
 } // namespace Kiv

@@ -198,7 +198,8 @@ void FileSubArchive::Discard()
 
 void FileSubArchive::Create()
 {
-    handle = FilePlatform::Open(path, {FilePlatform::ReadWrite, FilePlatform::OpenOrCreate, FilePlatform::ShareAll});
+    handle = FilePlatform::Open(
+        path, {FilePlatform::ReadWrite, FilePlatform::OpenOrCreate, FilePlatform::ShareAll});
     version = newVersion;
     if (handle == -1 || !WriteInfo())
     {
@@ -217,7 +218,8 @@ bool FileSubArchive::ReadAt(uint64_t offset, void * data, uint32_t length) const
     uint32_t done = 0;
     while (done < length)
     {
-        const int got = FilePlatform::ReadAt(handle, bytes + done, length - done, static_cast<int64_t>(offset + done));
+        const int got =
+            FilePlatform::ReadAt(handle, bytes + done, length - done, static_cast<int64_t>(offset + done));
         if (got <= 0)
             return false;
         done += static_cast<uint32_t>(got);
@@ -350,8 +352,8 @@ void FileSubArchive::Scan()
             if (!ReadAt(at + headerBytes, block + headerBytes, entryBytes))
                 break;
             GetEntry(block + headerBytes, entry);
-            if (!entry.name[0] || !table->Add(static_cast<uint32_t>(at + recordBytes),
-                                              Get32(block + 4) - entryBytes, entry))
+            if (!entry.name[0] ||
+                !table->Add(static_cast<uint32_t>(at + recordBytes), Get32(block + 4) - entryBytes, entry))
                 break;
             found = true;
         }
@@ -422,8 +424,8 @@ bool FileSubArchive::OpenWrite(File & file, const char * name)
     if (!writing)
         return false;
     TemporaryName(writing->temporary, path);
-    const int own = FilePlatform::Open(writing->temporary,
-                                       {FilePlatform::ReadWrite, FilePlatform::CreateTruncate, FilePlatform::DenyAll});
+    const int own = FilePlatform::Open(
+        writing->temporary, {FilePlatform::ReadWrite, FilePlatform::CreateTruncate, FilePlatform::DenyAll});
     // An existing file opened without truncation starts from its stored bytes.
     const bool keep = record && (creation == 0 || creation == File::MODE_APPEND);
     if (own == -1 || (keep && (!CopyData(handle, record->dataOffset, own, record->dataLength) ||
@@ -459,7 +461,8 @@ bool FileSubArchive::CopyData(int from, uint64_t offset, int to, uint32_t length
         done = got > 0 && FilePlatform::Write(to, bytes, static_cast<uint32_t>(got)) == got;
         moved += done ? static_cast<uint32_t>(got) : 0;
     }
-    Alloc::Delete(bytes);
+    if (bytes)
+        Alloc::Delete(bytes);
     return done;
 }
 
@@ -593,7 +596,8 @@ FileSub::Listing * FileSubArchive::List(const char * folder)
     if (!inside.IsEmpty())
         inside.AddSlash();
     const unsigned most = table->Count() ? table->Count() : 1;
-    auto * entries = static_cast<File::Entry *>(Alloc::New(most * static_cast<unsigned>(sizeof(File::Entry))));
+    auto * entries =
+        static_cast<File::Entry *>(Alloc::New(most * static_cast<unsigned>(sizeof(File::Entry))));
     if (!entries)
         return nullptr;
     unsigned count = 0;

@@ -5,7 +5,9 @@
 #include "CRuntime.h"
 #include "FilePlatform.h"
 #include "FileSub.h"
+#include "FileSubstList.h"
 #include "PString.h"
+#include "SyncObject.h"
 
 #include <cstring>
 
@@ -36,6 +38,20 @@ auto WithPrefix(const char * name, Operation operation)
     return operation(prefix, rest);
 }
 
+// Calls `onEntry` with the substitution's entry, under the list lock so that the entry cannot be
+// removed meanwhile, or `plain` when the name has no entry.
+template <typename OnEntry, typename Plain>
+auto ThroughSubst(const PString & subst, OnEntry onEntry, Plain plain)
+{
+    const char * text = subst;
+    SingleLock guard(&SubstLock(), text && *text);
+    FileSubstitute * entry = FileSubstitute::Find(subst);
+    if (entry)
+        return onEntry(entry);
+    guard.Unlock();
+    return plain();
+}
+
 bool IsUnknown(const PString & subst)
 {
     const char * text = subst;
@@ -47,11 +63,13 @@ bool DiskName(const PString & subst, const char * name, File::Path & full, bool 
 {
     if (!name || strlen(name) >= File::MAX_PATH_LENGTH)
         return false;
-    FileSubstitute * entry = FileSubstitute::Find(subst);
-    if (entry)
-        return entry->DiskName(name, full, forWriting);
-    full = name;
-    return true;
+    return ThroughSubst(
+        subst, [&](FileSubstitute * entry) { return entry->DiskName(name, full, forWriting); },
+        [&]
+        {
+            full = name;
+            return true;
+        });
 }
 
 // Finds each component of `name` whatever its case, by listing the folders on the way.
@@ -154,11 +172,14 @@ File::Result File::Exists(const PString & subst, const char * name)
 {
     if (IsUnknown(subst))
         return RES_SUBSTNOTFOUND;
-    FileSubstitute * entry = FileSubstitute::Find(subst);
-    FilePlatform::Status status{};
-    if (entry ? entry->Exists(name) : name && FilePlatform::GetStatus(name, status))
-        return RES_OK;
-    return RES_FILENOTFOUND;
+    const bool found = ThroughSubst(
+        subst, [&](FileSubstitute * entry) { return entry->Exists(name); },
+        [&]
+        {
+            FilePlatform::Status status{};
+            return name && FilePlatform::GetStatus(name, status);
+        });
+    return found ? RES_OK : RES_FILENOTFOUND;
 }
 
 File::Result File::ExistsIgnoreCase(const char * name, Path & found)
@@ -171,18 +192,25 @@ File::Result File::ExistsIgnoreCase(const PString & subst, const char * name, Pa
 {
     if (IsUnknown(subst))
         return RES_SUBSTNOTFOUND;
-    FileSubstitute * entry = FileSubstitute::Find(subst);
     if (!name || strlen(name) >= MAX_PATH_LENGTH)
         return RES_FILENOTFOUND;
-    if (!entry)
-        return FindIgnoringCase(name, found) ? RES_OK : RES_FILENOTFOUND;
-    for (unsigned index = 0; FileSub * member = entry->Member(index); ++index)
-    {
-        Path full;
-        if (member->DiskName(name, full) && FindIgnoringCase(full, found))
-            return RES_OK;
-    }
-    return RES_FILENOTFOUND;
+    const bool exists = ThroughSubst(
+        subst,
+        [&](FileSubstitute * entry)
+        {
+            unsigned count = 0;
+            FileSub ** places = entry->TakePlaces(count);
+            bool matched = false;
+            for (unsigned index = 0; index < count && !matched; ++index)
+            {
+                Path full;
+                matched = places[index]->DiskName(name, full) && FindIgnoringCase(full, found);
+            }
+            FileSubstitute::ReleasePlaces(places, count);
+            return matched;
+        },
+        [&] { return FindIgnoringCase(name, found); });
+    return exists ? RES_OK : RES_FILENOTFOUND;
 }
 
 bool File::Remove(const char * name)
@@ -192,10 +220,9 @@ bool File::Remove(const char * name)
 
 bool File::Remove(const PString & subst, const char * name)
 {
-    FileSubstitute * entry = FileSubstitute::Find(subst);
-    if (entry)
-        return entry->Remove(name);
-    return name && FilePlatform::RemoveFile(name);
+    return ThroughSubst(
+        subst, [&](FileSubstitute * entry) { return entry->Remove(name); },
+        [&] { return name && FilePlatform::RemoveFile(name); });
 }
 
 bool File::Rename(const char * from, const char * to)
@@ -299,14 +326,16 @@ bool File::GetStamp(Time & stamp, const char * name)
 
 bool File::GetStamp(Time & stamp, const PString & subst, const char * name)
 {
-    FileSubstitute * entry = FileSubstitute::Find(subst);
-    if (entry)
-        return entry->GetStamp(name, stamp);
-    FilePlatform::Status status{};
-    if (!name || !FilePlatform::GetStatus(name, status))
-        return false;
-    stamp.ticks = status.modified;
-    return true;
+    return ThroughSubst(
+        subst, [&](FileSubstitute * entry) { return entry->GetStamp(name, stamp); },
+        [&]
+        {
+            FilePlatform::Status status{};
+            if (!name || !FilePlatform::GetStatus(name, status))
+                return false;
+            stamp.ticks = status.modified;
+            return true;
+        });
 }
 
 void File::SetStamp(const Time & stamp, const char * name)
@@ -321,9 +350,9 @@ void File::SetStamp(const Time & stamp, const char * name)
 
 void File::SetStamp(const Time & stamp, const PString & subst, const char * name)
 {
-    FileSubstitute * entry = FileSubstitute::Find(subst);
-    const bool done =
-        entry ? entry->SetStamp(name, stamp) : name && FilePlatform::SetStamp(name, stamp.ticks);
+    const bool done = ThroughSubst(
+        subst, [&](FileSubstitute * entry) { return entry->SetStamp(name, stamp); },
+        [&] { return name && FilePlatform::SetStamp(name, stamp.ticks); });
     if (!done)
         throw FileEx(module, __LINE__, "SetStamp() failure");
 }

@@ -75,12 +75,12 @@ int Open(const char * name, const OpenRequest & request)
 
 int Read(int handle, void * data, uint32_t count)
 {
-    return _read(handle, data, count);
+    return _read(handle, data, count < maxTransfer ? count : maxTransfer);
 }
 
 int Write(int handle, const void * data, uint32_t count)
 {
-    return _write(handle, data, count);
+    return _write(handle, data, count < maxTransfer ? count : maxTransfer);
 }
 
 int ReadAt(int handle, void * data, uint32_t count, int64_t offset)
@@ -117,9 +117,9 @@ bool Commit(int handle)
     return _commit(handle) == 0;
 }
 
-void Close(int handle)
+bool Close(int handle)
 {
-    _close(handle);
+    return _close(handle) == 0;
 }
 
 bool GetStamp(int handle, Stamp & modified)

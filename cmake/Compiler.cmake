@@ -20,6 +20,11 @@ endif()
 if(CORESTONE_SANITIZE STREQUAL "address")
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
+elseif(CORESTONE_SANITIZE STREQUAL "fuzzer")
+  # Coverage for libFuzzer in every object; the fuzz programs add the fuzzer's own main.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
 elseif(CORESTONE_SANITIZE STREQUAL "thread")
   add_compile_options(-fsanitize=thread)
   add_link_options(-fsanitize=thread)

@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 using Kiv::File;
@@ -249,4 +251,202 @@ TEST(FileFind, DirectoriesAndSubstitutions)
         EXPECT_STREQ("Open() Subst not found", failure.Reason());
         EXPECT_STREQ("Corestone/FileFind", failure.File());
     }
+}
+
+namespace
+{
+// A folder that adopts the files it opens and counts its own destruction.
+class CountedPlace : public Kiv::FileSubPath
+{
+public:
+    CountedPlace(const std::string & folder, int & destroyed)
+        : FileSubPath(folder.c_str(), false), destroyed(destroyed)
+    {
+    }
+    ~CountedPlace() override { ++destroyed; }
+
+    bool OpenRead(File & file, const char * name) override
+    {
+        if (!FileSubPath::OpenRead(file, name))
+            return false;
+        Adopt(file);
+        return true;
+    }
+
+private:
+    int & destroyed;
+};
+} // namespace
+
+// Links that reach one substitution many ways, or themselves, visit it once: a walk over every
+// path below the depth cut would take longer than any caller waits.
+TEST(FileSubst, LinksVisitEachSubstitutionOnce)
+{
+    TempDir dir;
+    const Substs cleanup({"sSelf", "sTop", "sLeft", "sRight", "sBottom", "sW0",  "sW1",
+                          "sW2",   "sW3",  "sW4",   "sW5",    "sW6",     "sW7",  "sW8",
+                          "sW9",   "sW10", "sW11",  "sW12",   "sW13",    "sW14", "sW15"});
+    const PString self("sSelf");
+    File::Subst(self, Folder(dir, "self").c_str());
+    for (int i = 0; i < 3; ++i)
+        File::SubstLink(self, self);
+    File file;
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sSelf:none", File::MODE_READ));
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists("sSelf:none"));
+
+    // Sixteen levels, each linking three times to the next: 3^16 paths to the bottom.
+    std::vector<std::string> names;
+    for (int i = 0; i < 16; ++i)
+        names.push_back("sW" + std::to_string(i));
+    const std::string bottom = Folder(dir, "bottom");
+    File::Subst(PString(names.back().c_str()), bottom.c_str(), true);
+    for (int i = 14; i >= 0; --i)
+        for (int link = 0; link < 3; ++link)
+            File::SubstLink(PString(names[i].c_str()), PString(names[i + 1].c_str()));
+    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sW0:none", File::MODE_READ));
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists("sW0:none"));
+    File::Path found;
+    EXPECT_EQ(File::RES_FILENOTFOUND, File::ExistsIgnoreCase("sW0:none", found));
+
+    // A diamond: both sides lead to the bottom, which is found and written through them.
+    const std::string shared = Folder(dir, "shared");
+    Put(shared + "deep.txt", "deep");
+    File::Subst(PString("sBottom"), shared.c_str(), true);
+    File::SubstLink(PString("sLeft"), PString("sBottom"));
+    File::SubstLink(PString("sRight"), PString("sBottom"));
+    File::SubstLink(PString("sTop"), PString("sLeft"));
+    File::SubstLink(PString("sTop"), PString("sRight"));
+    ASSERT_EQ(File::RES_OK, file.Open("sTop:deep.txt", File::MODE_READ));
+    EXPECT_EQ("deep", Contents(file));
+    file.Close();
+    ASSERT_EQ(File::RES_OK, file.Open("sTop:made.txt", File::MODE_WRITE | File::MODE_CREATE));
+    file.Close();
+    EXPECT_EQ(File::RES_OK, File::Exists((shared + "made.txt").c_str()));
+    EXPECT_TRUE(File::Md("sTop:folder"));
+    EXPECT_EQ(File::RES_OK, File::Exists((shared + "folder").c_str()));
+    EXPECT_EQ(File::RES_OK, File::ExistsIgnoreCase("sTop:DEEP.TXT", found));
+    EXPECT_EQ(shared + "deep.txt", found.Text());
+}
+
+// A member removed from its substitution lives on while an open file or a search still uses it.
+TEST(FileSubst, RemovedMembersOutliveTheirUsers)
+{
+    TempDir dir;
+    const Substs cleanup({"sGone", "sLinked"});
+    const std::string first = Folder(dir, "first");
+    const std::string second = Folder(dir, "second");
+    Put(first + "a.txt", "first a");
+    Put(second + "b.txt", "second b");
+    Put(second + "c.txt", "second c");
+    const PString gone("sGone");
+    int destroyed = 0;
+    File::Subst(gone, second.c_str());
+    File::Path("sGone:x").GetSubst()->AddFront(new CountedPlace(first, destroyed));
+
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open("sGone:a.txt", File::MODE_READ));
+    File::Find find;
+    ASSERT_TRUE(find.Open("sGone:*.txt"));
+    std::set<std::string> names{find.Name()};
+    File::Subst(gone, nullptr);
+    EXPECT_EQ(0, destroyed);
+    EXPECT_EQ("first a", Contents(file));
+    while (find.Next())
+        names.insert(find.Name());
+    EXPECT_EQ((std::set<std::string>{"a.txt", "b.txt", "c.txt"}), names);
+    EXPECT_EQ(0, destroyed);
+    find.Close();
+    EXPECT_EQ(0, destroyed);
+    EXPECT_EQ(0u, file.Close());
+    EXPECT_EQ(1, destroyed);
+
+    // A failed open lets the member go as well.
+    File::Subst(gone, second.c_str());
+    File::Path("sGone:x").GetSubst()->AddFront(new CountedPlace(first, destroyed));
+    Put(first + "short.bin", "twelve or more plain bytes");
+    EXPECT_EQ(File::RES_NOTCOMPRESSED, file.Open("sGone:short.bin", File::MODE_READ_COMPRESSED));
+    File::Subst(gone, nullptr);
+    EXPECT_EQ(2, destroyed);
+}
+
+// Substitutions added and removed while other threads open, test and list through them.
+TEST(FileSubst, RemovalWhileOtherThreadsWalk)
+{
+    TempDir dir;
+    const Substs cleanup({"sBusy", "sBusyLink"});
+    const std::string first = Folder(dir, "first");
+    const std::string second = Folder(dir, "second");
+    Put(first + "a.txt", "a");
+    Put(second + "b.txt", "b");
+    std::atomic<bool> done{false};
+    std::vector<std::thread> users;
+    for (int user = 0; user < 3; ++user)
+        users.emplace_back(
+            [&, user]
+            {
+                File file;
+                File::Find find;
+                File::Path found;
+                while (!done)
+                {
+                    if (user == 0 && file.Open("sBusyLink:b.txt", File::MODE_READ) == File::RES_OK)
+                    {
+                        EXPECT_EQ("b", Contents(file));
+                        file.Close();
+                    }
+                    if (user == 1 && File::SubstExists(PString("sBusyLink")) == File::RES_OK)
+                    {
+                        try
+                        {
+                            for (bool more = find.Open("sBusyLink:*"); more;)
+                                more = find.Next();
+                        }
+                        catch (const Kiv::FileEx &)
+                        {
+                            // Removed between the two calls.
+                        }
+                    }
+                    if (user == 2)
+                        File::ExistsIgnoreCase("sBusyLink:A.TXT", found);
+                }
+            });
+    const PString busy("sBusy");
+    const PString link("sBusyLink");
+    for (int round = 0; round < 300; ++round)
+    {
+        File::Subst(busy, first.c_str());
+        File::Subst(busy, second.c_str());
+        File::Subst(link, first.c_str());
+        File::SubstLink(link, busy);
+        File::Subst(busy, nullptr);
+        File::Subst(link, nullptr);
+    }
+    done = true;
+    for (std::thread & user : users)
+        user.join();
+    EXPECT_EQ(0u, File::OpenCount());
+}
+
+// A search through a link lists every place of the linked substitution.
+TEST(FileFind, ThroughLinks)
+{
+    TempDir dir;
+    const Substs cleanup({"sFindTop", "sFindBase"});
+    const std::string top = Folder(dir, "top");
+    const std::string older = Folder(dir, "older");
+    const std::string newer = Folder(dir, "newer");
+    Put(top + "a.txt", "top");
+    Put(older + "a.txt", "older");
+    Put(older + "b.txt", "older");
+    Put(newer + "c.txt", "newer");
+    File::Subst(PString("sFindBase"), older.c_str());
+    File::Subst(PString("sFindBase"), newer.c_str());
+    File::Subst(PString("sFindTop"), top.c_str());
+    File::SubstLink(PString("sFindTop"), PString("sFindBase"));
+    File::SubstLink(PString("sFindTop"), PString("sFindTop"));
+    File::Find find;
+    std::multiset<std::string> names;
+    for (bool more = find.Open("sFindTop:*.txt"); more; more = find.Next())
+        names.insert(find.GetNameAndPath().Text());
+    EXPECT_EQ((std::multiset<std::string>{"sFindTop:/a.txt", "sFindTop:/b.txt", "sFindTop:/c.txt"}), names);
 }

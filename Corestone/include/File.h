@@ -207,8 +207,10 @@ public:
         bool StartMember();
 
         void * walk;
-        FileSubstitute * subst;
-        unsigned memberIndex;
+        // The places of the substitution searched, held until the search closes.
+        FileSub ** places;
+        unsigned placeCount;
+        unsigned placeIndex;
         Path directory; // the folder being listed
         Path wildcard;  // the name pattern within it
         Path prefix;    // what a result's name is joined to
@@ -225,6 +227,7 @@ public:
     Result Open(const PString & subst, const char * name, unsigned long mode,
                 int encoding = ENCODING_DEFAULT);
     Result Open(const char * name, unsigned long mode, int encoding = ENCODING_DEFAULT);
+    // RES_UNKNOWN when written bytes could not be stored (a full disk, a size limit); else 0.
     unsigned long Close();
     bool IsOpen() const { return handle != -1; }
     void Commit();
@@ -344,7 +347,9 @@ private:
     enum : uint8_t
     {
         OWNS_BUFFER = 1,
-        FOREIGN_HANDLE = 2
+        FOREIGN_HANDLE = 2,
+        // Buffered bytes failed to reach the file since it was opened; Close reports it.
+        WRITE_FAILED = 4
     };
 
     template <typename T>
@@ -364,6 +369,7 @@ private:
     Result DetectCompression();
     Result FinishOpen();
     Result Fail(Result result);
+    bool CloseHandle();
     bool AttachDisk(const char * fullName);
     void CheckReadable(int line) const;
     void CheckWritable(int line) const;

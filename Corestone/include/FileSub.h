@@ -8,9 +8,13 @@
 #include "PString.h"
 #include "SyncObject.h"
 
+#include <atomic>
+
 namespace Kiv
 {
-// One place of a substitution. Archives derive from it too.
+// One place of a substitution. Archives derive from it too. A member is shared: its entry holds
+// one reference, and so does every open file and search using it; the last Release destroys it,
+// so removing a substitution never frees a member under someone still using it.
 class KIV_API FileSub : public AllocBase
 {
 public:
@@ -28,7 +32,13 @@ public:
     FileSub() = default;
     FileSub(const FileSub &) = delete;
     FileSub & operator=(const FileSub &) = delete;
-    virtual ~FileSub();
+
+    void AddRef() { references.fetch_add(1, std::memory_order_relaxed); }
+    void Release()
+    {
+        if (references.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
 
     // Told that a substitution is going away; true when this member refers to it and must go too.
     virtual bool Forget(const FileSubstitute * removed);
@@ -44,7 +54,8 @@ public:
     virtual bool Remove(const char * name) = 0;
     virtual bool GetStamp(const char * name, File::Time & stamp) = 0;
     virtual bool SetStamp(const char * name, const File::Time & stamp) = 0;
-    // Takes back a file that the member opened and marked as its own.
+    // Takes back a file that the member opened and marked as its own (Adopt); a member over disk
+    // files closes the handle.
     virtual void Close(File & file);
     virtual void Lock();
     virtual void Unlock();
@@ -57,7 +68,13 @@ public:
     FileSub * next = nullptr;
 
 protected:
+    // Only Release destroys a member.
+    virtual ~FileSub();
+
     static bool Attach(File & file, const char * fullName) { return file.AttachDisk(fullName); }
+    // Marks an opened file as the member's own: the file holds a reference to the member and
+    // hands its close to it.
+    void Adopt(File & file) { file.member = this; }
     // Lends `file` a handle of the member's, read at `dataStart` for `size` bytes and never
     // closed by the file.
     void AttachShared(File & file, int handle, const char * name, uint32_t dataStart, uint32_t size);
@@ -65,6 +82,9 @@ protected:
     void AttachOwn(File & file, int handle, const char * name);
     static unsigned long ModeOf(const File & file) { return file.mode; }
     static int HandleOf(const File & file) { return file.handle; }
+
+private:
+    std::atomic<long> references{1};
 };
 
 // A directory on disk; names are joined to it.
@@ -94,9 +114,9 @@ class KIV_API FileSubLink : public FileSub
 public:
     explicit FileSubLink(FileSubstitute * other) : other(other) {}
 
-    bool Forget(const FileSubstitute * removed) override { return removed == other; }
-    bool IsReadOnly() const override;
-    bool DiskName(const char * name, File::Path & full) const override;
+    bool Forget(const FileSubstitute * removed) override;
+    // The linked walk skips its own read-only places.
+    bool IsReadOnly() const override { return false; }
     bool OpenWrite(File & file, const char * name) override;
     bool OpenRead(File & file, const char * name) override;
     bool Exists(const char * name) override;
@@ -105,6 +125,7 @@ public:
     bool SetStamp(const char * name, const File::Time & stamp) override;
     bool IsSame(const char * path) const override { return false; }
 
+    // The linked entry; null once it was removed.
     FileSubstitute * Other() const { return other; }
 
 private:
@@ -143,7 +164,6 @@ public:
     // Opens the archive, or creates it when writable and missing: "Substitute() Open new archive
     // failed" when that fails. An archive that is not valid holds no files.
     FileSubArchive(const char * path, bool writable);
-    ~FileSubArchive() override;
 
     bool IsReadOnly() const override;
     unsigned StoredVersion() const override;
@@ -165,6 +185,10 @@ public:
     // Writes the index where the old one stood (or after the last block) and the INFO block
     // again; false, with the INFO block untouched, when a record could not be written.
     bool WriteIndex();
+
+protected:
+    // The last reference gone: the index is written when the archive was modified.
+    ~FileSubArchive() override;
 
 private:
     struct Writing;
@@ -207,8 +231,6 @@ public:
 
     const PString & Name() const { return name; }
     unsigned Count() const { return count; }
-    // The member at `index` counting from the front, or null.
-    FileSub * Member(unsigned index) const;
 
     void AddFront(FileSub * member);
     void AddBack(FileSub * member);
@@ -223,9 +245,13 @@ public:
     bool GetStamp(const char * name, File::Time & stamp);
     bool SetStamp(const char * name, const File::Time & stamp);
     // The disk name of `name` in the first directory that holds it or, when none does and
-    // `forWriting`, in the first writable directory.
+    // `forWriting`, in the first writable directory; linked entries are searched in their turn.
     bool DiskName(const char * name, File::Path & full, bool forWriting);
-    bool HasWritableMember();
+    // Every readable place in search order, with those of linked entries in place of the links,
+    // each entry once; each place comes with a reference for the caller. The array is from
+    // Kiv::Alloc; give it back with ReleasePlaces.
+    FileSub ** TakePlaces(unsigned & count);
+    static void ReleasePlaces(FileSub ** places, unsigned count);
 
     // The entry of that name, or null; an empty name finds nothing.
     static FileSubstitute * Find(const PString & name);
@@ -240,9 +266,13 @@ public:
 private:
     template <typename Step>
     bool Walk(bool forWriting, Step step);
+    bool FindDisk(const char * name, File::Path & full, bool existing);
+    unsigned CollectPlaces(FileSub ** places, unsigned capacity);
 
     PString name;
     FileSub * members;
     unsigned count;
+    // The walk that last visited this entry: a walk visits each entry once.
+    unsigned visited;
 };
 } // namespace Kiv
