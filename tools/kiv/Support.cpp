@@ -168,17 +168,19 @@ std::string StoredName(const std::string & name)
 
 Archive::Archive(const std::string & archivePath, Access access) : path(archivePath), subst(NewSubstName())
 {
-    if (access != CREATE && File::Exists(path.c_str()) != File::RES_OK)
+    const bool exists = File::Exists(path.c_str()) == File::RES_OK;
+    if (access != CREATE && !exists)
         Fail(path, "no such archive");
-    File::Subst(subst, path.c_str(), access != READ);
-    Kiv::FileSubstitute * entry = Kiv::FileSubstitute::Find(subst);
-    auto * member = dynamic_cast<Kiv::FileSubArchive *>(entry ? entry->Member(0) : nullptr);
-    if (member == nullptr || !member->IsValid())
+    if (exists)
     {
-        File::Subst(subst, nullptr);
-        Fail(path, access == READ ? "not an archive, or damaged beyond reading"
-                                  : "not an archive, or cannot be written");
+        // A file that is not an archive would open as an empty one; it is refused instead.
+        auto * probe = new Kiv::FileSubArchive(path.c_str(), false);
+        const bool valid = probe->IsValid();
+        probe->Release();
+        if (!valid)
+            Fail(path, "not an archive, or damaged beyond reading");
     }
+    File::Subst(subst, path.c_str(), access != READ);
 }
 
 Archive::~Archive()
