@@ -31,6 +31,50 @@ unsigned char * NewBlock(size_t bytes)
     return bytes <= UINT_MAX ? static_cast<unsigned char *>(Alloc::New(static_cast<unsigned int>(bytes)))
                              : nullptr;
 }
+
+// Reads up to `bytes` of the file into a block that grows only as the data arrive: the size a
+// file reports may be a compressed file's header speaking, and costs nothing until the bytes
+// are there. Null when nothing came.
+unsigned char * ReadAll(File & file, uint32_t bytes, uint32_t & got)
+{
+    const uint32_t firstStep = 1u << 20;
+    uint32_t room = bytes < firstStep ? bytes : firstStep;
+    unsigned char * block = NewBlock(room);
+    got = 0;
+    while (block != nullptr && got < bytes)
+    {
+        if (got == room)
+        {
+            const uint32_t grown = bytes - room < room ? bytes : 2 * room;
+            unsigned char * larger = NewBlock(grown);
+            if (larger == nullptr)
+                break;
+            memcpy(larger, block, got);
+            Alloc::Delete(block);
+            block = larger;
+            room = grown;
+        }
+        const unsigned long read = file.Read(block + got, room - got, 1);
+        if (read == 0)
+            break;
+        got += static_cast<uint32_t>(read);
+    }
+    if (block != nullptr && got == 0)
+    {
+        Alloc::Delete(block);
+        block = nullptr;
+    }
+    return block;
+}
+
+// The unit count up to and including the next line feed, or all that remain.
+size_t LineUnits(const unsigned char * units, size_t count)
+{
+    for (size_t i = 0; i < count; ++i)
+        if (units[2 * i] == '\n' && units[2 * i + 1] == 0)
+            return i + 1;
+    return count;
+}
 } // namespace
 
 MemoryFile::MemoryFile(const void * data, unsigned int size, bool text, int encoding)
@@ -119,36 +163,47 @@ bool MemoryFile::Open(const void * data, unsigned int bytes, bool text, int enco
     if (encoding != File::ENCODING_UTF16 && !marked)
         return Adopt(block, bytes, false);
     const unsigned skip = marked ? 2 : 0;
-    if (ConvertUtf16(block + skip, bytes - skip))
+    if (ConvertUtf16(block + skip, bytes - skip, false))
         return true;
     // Text the locale cannot express is handed over as it is rather than lost.
     Close();
     return Adopt(block, bytes, false);
 }
 
-bool MemoryFile::ConvertUtf16(const unsigned char * units, uint32_t bytes)
+// UTF-16 text to 8-bit text in an owned block, line by line when byLine is set. Conversion
+// stops at a line that yields nothing (one that cannot be converted, or begins with a NUL);
+// false when nothing was converted.
+bool MemoryFile::ConvertUtf16(const unsigned char * units, uint32_t bytes, bool byLine)
 {
-    UnicodeString wide = UnicodeString::FromUtf16(units, bytes / 2);
-    if (wide.Length() == 0)
-        return false;
-    const size_t room = MultiByteRoom(wide.Length());
+    const size_t count = bytes / 2;
+    const size_t room = MultiByteRoom(count);
     unsigned char * block = NewBlock(room);
     if (block == nullptr)
         return false;
-    long converted = CRuntime::WideToMultiByte(wide, wide.Length(), reinterpret_cast<char *>(block));
-    if (converted <= 0)
+    size_t total = 0;
+    for (size_t first = 0; first < count;)
+    {
+        const size_t line = byLine ? LineUnits(units + 2 * first, count - first) : count - first;
+        UnicodeString wide = UnicodeString::FromUtf16(units + 2 * first, static_cast<unsigned int>(line));
+        const long converted =
+            CRuntime::WideToMultiByte(wide, wide.Length(), reinterpret_cast<char *>(block + total));
+        if (converted <= 0)
+            break;
+        total += static_cast<size_t>(converted);
+        first += line;
+    }
+    if (total == 0)
     {
         Alloc::Delete(block);
         return false;
     }
-    block[converted] = 0;
-    return Adopt(block, static_cast<uint32_t>(converted), true);
+    block[total] = 0;
+    return Adopt(block, static_cast<uint32_t>(total), true);
 }
 
 bool MemoryFile::Open(File & file, unsigned int bytes, bool text, int encoding)
 {
     Close();
-    // A size beyond the file's end would only allocate for bytes that never come.
     const unsigned long position = file.Tell();
     const unsigned long fileSize = file.Size();
     const unsigned long rest = position < fileSize ? fileSize - position : 0;
@@ -168,43 +223,23 @@ bool MemoryFile::Open(File & file, unsigned int bytes, bool text, int encoding)
         else
             file.SeekSet(static_cast<long>(position));
     }
-    if (!(wide ? LoadUtf16(file, bytes) : LoadPlain(file, bytes)))
+    if (!Load(file, bytes, wide))
         return false;
     name = file.Name();
     return true;
 }
 
-bool MemoryFile::LoadPlain(File & file, uint32_t bytes)
+bool MemoryFile::Load(File & file, uint32_t bytes, bool wide)
 {
-    unsigned char * block = NewBlock(bytes);
+    uint32_t got = 0;
+    unsigned char * block = ReadAll(file, bytes, got);
     if (block == nullptr)
         return false;
-    const unsigned long got = file.Read(block, bytes, 1);
-    if (got == 0)
-    {
-        Alloc::Delete(block);
-        return false;
-    }
-    return Adopt(block, static_cast<uint32_t>(got), true);
-}
-
-bool MemoryFile::LoadUtf16(File & file, uint32_t bytes)
-{
-    const size_t room = MultiByteRoom(bytes / 2);
-    unsigned char * block = NewBlock(room);
-    if (block == nullptr)
-        return false;
-    size_t total = 0;
-    while (total + 1 < room)
-    {
-        const unsigned long line =
-            file.ReadLine(block + total, static_cast<unsigned long>(room - total), File::ENCODING_UTF16);
-        if (line == 0)
-            break;
-        total += line;
-    }
-    block[total] = 0;
-    return Adopt(block, static_cast<uint32_t>(total), true);
+    if (!wide)
+        return Adopt(block, got, true);
+    const bool converted = ConvertUtf16(block, got, true);
+    Alloc::Delete(block);
+    return converted;
 }
 
 bool MemoryFile::Open(File & file, bool text, int encoding)

@@ -338,6 +338,22 @@ TEST(MemoryFile, LoadsFromFiles)
     EXPECT_EQ("012", Text(part));
     MemoryFile missing((dir / "missing.bin").c_str());
     EXPECT_FALSE(missing.IsOpen());
+
+    // A compressed file whose header claims gigabytes loads what it really holds.
+    const std::string packed = dir / "packed.cfil";
+    std::string text;
+    for (int i = 0; i < 2000; ++i)
+        text += "line " + std::to_string(i % 10) + "\n";
+    File writer;
+    ASSERT_EQ(File::RES_OK, writer.Open(packed.c_str(), File::MODE_WRITE_COMPRESSED | File::MODE_CREATE));
+    writer.Write(text.data(), static_cast<unsigned long>(text.size()), 1);
+    writer.Close();
+    Bytes stored = ReadBytes(packed);
+    ASSERT_EQ("CFIL", std::string(stored.begin(), stored.begin() + 4));
+    stored[11] = 0xC0;
+    WriteBytes(packed, stored);
+    MemoryFile claimed(packed.c_str());
+    EXPECT_EQ(text, Text(claimed));
 }
 
 TEST(MemoryFile, LoadsUtf16TextFromFiles)

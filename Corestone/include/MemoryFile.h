@@ -139,9 +139,8 @@ private:
     }
     uint32_t Remaining() const { return cursor < size ? size - cursor : 0; }
     bool Adopt(unsigned char * block, uint32_t bytes, bool owned);
-    bool ConvertUtf16(const unsigned char * units, uint32_t bytes);
-    bool LoadUtf16(File & file, uint32_t bytes);
-    bool LoadPlain(File & file, uint32_t bytes);
+    bool ConvertUtf16(const unsigned char * units, uint32_t bytes, bool byLine);
+    bool Load(File & file, uint32_t bytes, bool wide);
 
     // The cursor is kept as an offset so that a seek past the end forms no wild pointer.
     uint32_t cursor = 0;
