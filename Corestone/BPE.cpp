@@ -146,40 +146,58 @@ unsigned Coder::Fill(const unsigned char * source, unsigned long length)
     return size;
 }
 
+// Bit i set when the pair starts at block[base + i]. Reads block[base + 16], which may be the
+// first byte after the block: still inside the working store.
+unsigned PairMask(const unsigned char * block, unsigned base, unsigned left, unsigned right)
+{
+#ifdef BPE_SSE2
+    const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block + base));
+    const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block + base + 1));
+    const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(first, _mm_set1_epi8(static_cast<char>(left))),
+                                       _mm_cmpeq_epi8(second, _mm_set1_epi8(static_cast<char>(right))));
+    return static_cast<unsigned>(_mm_movemask_epi8(both));
+#else
+    unsigned mask = 0;
+    for (unsigned i = 0; i < 16; ++i)
+        mask |= static_cast<unsigned>(block[base + i] == left && block[base + i + 1] == right) << i;
+    return mask;
+#endif
+}
+
+// Replaces each occurrence of the pair, left to right and not overlapping, by the code, keeping
+// the counts of the neighbouring pairs up to date.
 void Coder::Replace(unsigned left, unsigned right, unsigned code)
 {
     unsigned char * block = s.block;
     const unsigned size = s.size;
+    const unsigned last = size - 1;
     unsigned read = 0;
     unsigned written = 0;
-    while (read + 1 < size)
+    for (unsigned base = 0; base < last; base += 16)
     {
-        const auto * found =
-            static_cast<unsigned char *>(memchr(block + read, static_cast<int>(left), size - 1 - read));
-        if (!found)
-            break;
-        const unsigned at = static_cast<unsigned>(found - block);
-        if (block[at + 1] != right)
+        unsigned mask = PairMask(block, base, left, right);
+        if (last - base < 16)
+            mask &= (1u << (last - base)) - 1;
+        for (; mask; mask &= mask - 1)
         {
-            memmove(block + written, block + read, at + 1 - read);
-            written += at + 1 - read;
-            read = at + 1;
-            continue;
+            const unsigned at = base + static_cast<unsigned>(__builtin_ctz(mask));
+            if (at < read)
+                continue;
+            memmove(block + written, block + read, at - read);
+            written += at - read;
+            if (at > 0)
+            {
+                Drop(block[written - 1], left);
+                Bump(block[written - 1], code);
+            }
+            if (at + 2 < size)
+            {
+                Drop(right, block[at + 2]);
+                Bump(code, block[at + 2]);
+            }
+            block[written++] = static_cast<unsigned char>(code);
+            read = at + 2;
         }
-        memmove(block + written, block + read, at - read);
-        written += at - read;
-        if (at > 0)
-        {
-            Drop(block[written - 1], left);
-            Bump(block[written - 1], code);
-        }
-        if (at + 2 < size)
-        {
-            Drop(right, block[at + 2]);
-            Bump(code, block[at + 2]);
-        }
-        block[written++] = static_cast<unsigned char>(code);
-        read = at + 2;
     }
     memmove(block + written, block + read, size - read);
     s.size = written + size - read;

@@ -364,10 +364,10 @@ bool File::CloseHandle()
 {
     if (member)
     {
-        member->Close(*this);
+        const bool kept = member->Close(*this);
         member->Release();
         member = nullptr;
-        return true;
+        return kept;
     }
     return (flags & FOREIGN_HANDLE) || FilePlatform::Close(handle);
 }

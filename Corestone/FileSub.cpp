@@ -62,9 +62,9 @@ bool FileSub::DiskName(const char * name, File::Path & full) const
     return false;
 }
 
-void FileSub::Close(File & file)
+bool FileSub::Close(File & file)
 {
-    FilePlatform::Close(file.handle);
+    return FilePlatform::Close(file.handle);
 }
 
 FileSub::Listing::~Listing() = default;

@@ -5,6 +5,7 @@
 #include "AllocObject.h"
 #include "ArchiveTable.h"
 #include "CRuntime.h"
+#include "CompressedFile.h"
 #include "FilePlatform.h"
 
 #include <cstdio>
@@ -96,14 +97,37 @@ bool BlockFits(uint64_t dataOffset, uint64_t dataLength, uint64_t fileLength)
     return dataOffset >= firstBlock + recordBytes && dataOffset + dataLength <= fileLength;
 }
 
-void TemporaryName(File::Path & name, const char * archive)
+// Bytes read from a handle at increasing offsets, and written where another handle stands.
+class HandleStream : public BinReader, public BinWriter
 {
-    static unsigned counter = 0;
-    char temporary[32];
-    snprintf(temporary, sizeof(temporary), "%08X.T%08X", 0u, counter++);
-    name.GetPath(archive);
-    name.AddPath(temporary);
-}
+public:
+    HandleStream(int from, int to) : from(from), to(to), read(0), written(0) {}
+
+    unsigned int ReadRaw(void * data, unsigned int length) override
+    {
+        const int got = FilePlatform::ReadAt(from, data, length, read);
+        read += got > 0 ? static_cast<uint32_t>(got) : 0;
+        return got > 0 ? static_cast<unsigned>(got) : 0;
+    }
+
+    unsigned int WriteRaw(const void * data, unsigned int length) override
+    {
+        const auto * bytes = static_cast<const unsigned char *>(data);
+        unsigned int done = 0;
+        for (int put = 1; done < length && put > 0; done += put > 0 ? static_cast<unsigned>(put) : 0)
+            put = FilePlatform::Write(to, bytes + done, length - done);
+        written += done;
+        return done;
+    }
+
+    uint64_t Written() const { return written; }
+
+private:
+    int from;
+    int to;
+    uint32_t read;
+    uint64_t written;
+};
 
 // The files of an archive folder, copied when the listing starts.
 class ArchiveListing : public FileSub::Listing
@@ -420,14 +444,21 @@ bool FileSubArchive::OpenWrite(File & file, const char * name)
     const Record * record = Lookup(name);
     if (record ? creation == File::MODE_CREATE_NEW : creation == 0)
         return false;
+    // An existing file opened without truncation starts from its stored bytes, which cannot be
+    // written to when they are in the "CFIL" form.
+    const bool keep = record && (creation == 0 || creation == File::MODE_APPEND);
+    unsigned char magic[4] = {};
+    if (keep && record->dataLength >= 4 && ReadAt(record->dataOffset, magic, 4) &&
+        memcmp(magic, "CFIL", 4) == 0)
+        return false;
     auto * writing = NewObject<Writing>();
     if (!writing)
         return false;
-    TemporaryName(writing->temporary, path);
+    File::Path folder(path);
+    folder.DelFileName();
+    writing->temporary = CompressedFile::NextTemporaryName(folder);
     const int own = FilePlatform::Open(
         writing->temporary, {FilePlatform::ReadWrite, FilePlatform::CreateTruncate, FilePlatform::DenyAll});
-    // An existing file opened without truncation starts from its stored bytes.
-    const bool keep = record && (creation == 0 || creation == File::MODE_APPEND);
     if (own == -1 || (keep && (!CopyData(handle, record->dataOffset, own, record->dataLength) ||
                                FilePlatform::Seek(own, 0, SEEK_SET) != 0)))
     {
@@ -466,7 +497,7 @@ bool FileSubArchive::CopyData(int from, uint64_t offset, int to, uint32_t length
     return done;
 }
 
-void FileSubArchive::Close(File & file)
+bool FileSubArchive::Close(File & file)
 {
     SingleLock guard(&lock, true);
     Writing ** link = &writings;
@@ -475,44 +506,59 @@ void FileSubArchive::Close(File & file)
     // A stored file read through the shared handle has nothing to give back.
     Writing * writing = *link;
     if (!writing)
-        return;
+        return true;
     *link = writing->next;
     const int own = HandleOf(file);
-    AppendBlock(*writing, own);
+    const bool kept = AppendBlock(*writing, own);
     FilePlatform::Close(own);
     FilePlatform::RemoveFile(writing->temporary);
     DeleteObject(writing);
+    return kept;
 }
 
-// Appends the written file as a block where the blocks end, then marks an older block of the
-// same name "FIL!".
+// Appends the written file as a block where the blocks end, plain or in the "CFIL" form, then
+// marks an older block of the same name "FIL!".
 bool FileSubArchive::AppendBlock(Writing & writing, int own)
 {
     const int64_t length = FilePlatform::Length(own);
     const uint64_t at = blocksEnd;
-    if (length < 0 || at + recordBytes + static_cast<uint64_t>(length) > 0xFFFFFFFF)
+    const uint64_t dataStart = at + recordBytes;
+    if (length < 0 || length > 0xFFFFFFFF ||
+        FilePlatform::Seek(handle, static_cast<int64_t>(dataStart), SEEK_SET) !=
+            static_cast<int64_t>(dataStart))
         return false;
     File::Entry entry;
     entry.spare = 0;
     strcpy(entry.name, writing.name);
     entry.size = static_cast<uint32_t>(length);
+    HandleStream stream(own, handle);
+    if (writing.compressed)
+    {
+        entry.attributes = File::Entry::ATTRIBUTE_COMPRESSED;
+        if (!CompressedFile::WriteCompressedForm(stream, entry.size, stream))
+            return false;
+    }
+    else if (!CopyData(own, 0, handle, entry.size))
+    {
+        return false;
+    }
+    const uint64_t dataLength = writing.compressed ? stream.Written() : entry.size;
+    if (dataStart + dataLength > 0xFFFFFFFF)
+        return false;
     File::Time modified;
     FilePlatform::GetStamp(own, modified.ticks);
     const Record * older = table->Find(entry.name);
     const uint32_t olderBlock = older ? older->dataOffset - recordBytes : 0;
     entry.SetStamp(modified, older ? CreatedOf(older->entry) : modified);
-    const uint32_t dataLength = entry.size;
     unsigned char block[recordBytes];
-    PutHeader(block, "FIL\0", entryBytes + dataLength);
+    PutHeader(block, "FIL\0", static_cast<uint32_t>(entryBytes + dataLength));
     PutEntry(block + headerBytes, entry);
-    if (FilePlatform::Seek(handle, static_cast<int64_t>(at + recordBytes), SEEK_SET) !=
-            static_cast<int64_t>(at + recordBytes) ||
-        !CopyData(own, 0, handle, dataLength) || !WriteAt(at, block, recordBytes) ||
-        !table->Add(static_cast<uint32_t>(at + recordBytes), dataLength, entry))
+    if (!WriteAt(at, block, recordBytes) ||
+        !table->Add(static_cast<uint32_t>(dataStart), static_cast<uint32_t>(dataLength), entry))
         return false;
     if (olderBlock)
         WriteAt(olderBlock, "FIL!", 4);
-    blocksEnd = static_cast<uint32_t>(at + recordBytes + dataLength);
+    blocksEnd = static_cast<uint32_t>(dataStart + dataLength);
     indexOffset = blocksEnd;
     state |= MODIFIED;
     return true;

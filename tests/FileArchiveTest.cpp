@@ -521,6 +521,9 @@ TEST(FileArchive, GoldenArchive)
     const std::string path = dir / "golden.ark";
     const std::string text = "Corestone archive\r\nsecond line\r\n";
     const std::string numbers = Pattern(3000, 5);
+    std::string packed;
+    for (int line = 0; line < 400; ++line)
+        packed += "line " + std::to_string(line % 7) + " of the packed text\r\n";
     {
         Mount mount("aGolden", path, true);
         const struct
@@ -528,12 +531,15 @@ TEST(FileArchive, GoldenArchive)
             const char * name;
             const std::string & data;
             int64_t seconds;
-        } inputs[] = {{"readme.txt", text, 1500000000}, {"gone.txt", text, 1500000001},
-                      {"Data/numbers.bin", numbers, 1500000002}};
+            unsigned long write;
+        } inputs[] = {{"readme.txt", text, 1500000000, File::MODE_WRITE},
+                      {"gone.txt", text, 1500000001, File::MODE_WRITE},
+                      {"Data/numbers.bin", numbers, 1500000002, File::MODE_WRITE},
+                      {"packed.txt", packed, 1500000003, File::MODE_WRITE_COMPRESSED}};
         for (const auto & input : inputs)
         {
             File file;
-            ASSERT_EQ(File::RES_OK, file.Open(mount.name, input.name, File::MODE_WRITE | File::MODE_CREATE));
+            ASSERT_EQ(File::RES_OK, file.Open(mount.name, input.name, input.write | File::MODE_CREATE));
             file.Write(input.data.data(), static_cast<unsigned long>(input.data.size()), 1);
             file.SetStamp(File::Time::FromUnixSeconds(input.seconds));
             file.Close();
@@ -553,5 +559,25 @@ TEST(FileArchive, GoldenArchive)
     File::Time stamp;
     ASSERT_TRUE(File::GetStamp(stamp, mount.name, "data/numbers.bin"));
     EXPECT_EQ(1500000002, stamp.UnixSeconds());
-    EXPECT_EQ(std::set<std::string>({"readme.txt", "Data/"}), Listing("aGolden:*"));
+    EXPECT_EQ(std::set<std::string>({"readme.txt", "Data/", "packed.txt"}), Listing("aGolden:*"));
+    // The compressed file is stored in the "CFIL" form, flagged in its entry, and read plain.
+    EXPECT_TRUE(packed == Get(mount.name, "packed.txt"));
+    File::Find find;
+    ASSERT_TRUE(find.Open("aGolden:pack*"));
+    EXPECT_TRUE(find.Current().IsCompressed());
+    EXPECT_EQ(packed.size(), find.Current().size);
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(mount.name, "packed.txt", File::MODE_READ));
+    EXPECT_TRUE(file.IsCompressed());
+    file.SeekSet(5000);
+    char piece[8] = {};
+    EXPECT_EQ(8u, file.Read(piece, 8, 1));
+    EXPECT_EQ(packed.substr(5000, 8), std::string(piece, 8));
+    file.Close();
+    const Bytes bytes = TestSupport::ReadBytes(golden);
+    size_t at = 44;
+    while (Id(bytes, at + 8) != "pack")
+        at += 8 + Get32(bytes, at + 4);
+    EXPECT_EQ("CFIL", Id(bytes, at + 296));
+    EXPECT_LT(Get32(bytes, at + 4) - 288, packed.size() / 4);
 }

@@ -55,8 +55,8 @@ public:
     virtual bool GetStamp(const char * name, File::Time & stamp) = 0;
     virtual bool SetStamp(const char * name, const File::Time & stamp) = 0;
     // Takes back a file that the member opened and marked as its own (Adopt); a member over disk
-    // files closes the handle.
-    virtual void Close(File & file);
+    // files closes the handle. False when what was written could not be kept.
+    virtual bool Close(File & file);
     virtual void Lock();
     virtual void Unlock();
     virtual bool IsSame(const char * path) const = 0;
@@ -173,7 +173,7 @@ public:
     bool Remove(const char * name) override;
     bool GetStamp(const char * name, File::Time & stamp) override;
     bool SetStamp(const char * name, const File::Time & stamp) override;
-    void Close(File & file) override;
+    bool Close(File & file) override;
     void Lock() override;
     void Unlock() override;
     bool IsSame(const char * path) const override;
