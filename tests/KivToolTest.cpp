@@ -279,6 +279,13 @@ TEST(KivTool, CompressesDecompressesAndChecks)
     EXPECT_EQ(1, notCompressed.code);
     EXPECT_TRUE(Mentions(notCompressed, "plain.txt")) << notCompressed.err;
     EXPECT_FALSE(fs::exists(dir / "never.txt"));
+#if defined(__linux__)
+    // A full disk fails naming the output, which is left alone since the command did not make it.
+    const Outcome full = RunKiv(dir, {"decompress", dir / "packed.cfil", "/dev/full"});
+    EXPECT_EQ(1, full.code);
+    EXPECT_TRUE(Mentions(full, "/dev/full")) << full.err;
+    EXPECT_TRUE(fs::exists("/dev/full"));
+#endif
     // One unreadable file among several still gives the others and fails.
     const Outcome partly = RunKiv(dir, {"crc", dir / "missing.bin", dir / "plain.txt"});
     EXPECT_EQ(1, partly.code);

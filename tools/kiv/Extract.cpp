@@ -45,7 +45,7 @@ void ExtractOne(const Archive & archive, const std::string & name, const std::st
     File to;
     Open(to, out, File::MODE_WRITE | File::MODE_CREATE);
     Copy(from, to, out, progress);
-    to.Close();
+    Finish(to, out);
     File::Time stamp;
     if (File::GetStamp(stamp, archive.Subst(), name.c_str()))
         File::SetStamp(stamp, out.c_str());

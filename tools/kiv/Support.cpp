@@ -98,6 +98,12 @@ void Copy(File & from, File & to, const std::string & toName, Progress & progres
     }
 }
 
+void Finish(File & file, const std::string & shown)
+{
+    if (file.Close() != 0)
+        Fail(shown, "not all of it could be written (disk full?)");
+}
+
 void Transcode(const std::string & in, unsigned long inMode, const std::string & out, unsigned long outMode,
                const char * label)
 {
@@ -105,18 +111,21 @@ void Transcode(const std::string & in, unsigned long inMode, const std::string &
     Open(from, in, inMode);
     if ((inMode & File::MODE_READ_MASK) == File::MODE_READ_COMPRESSED && !from.IsCompressed())
         Fail(in, "not a compressed file");
+    // Only an output this command made is removed when it fails: never a device or an old file.
+    const bool existed = File::Exists(out.c_str()) == File::RES_OK;
     File to;
     Open(to, out, outMode);
     try
     {
         Progress progress(label, from.Size());
         Copy(from, to, out, progress);
-        to.Close();
+        Finish(to, out);
     }
     catch (...)
     {
         to.Close();
-        File::Remove(out.c_str());
+        if (!existed)
+            File::Remove(out.c_str());
         throw;
     }
 }
@@ -214,7 +223,7 @@ void Archive::Store(const std::string & diskName, const std::string & name, bool
     File::Time stamp;
     if (from.GetStamp(stamp))
         to.SetStamp(stamp);
-    to.Close();
+    Finish(to, shown);
 }
 
 Progress::Progress(const char * what, uint64_t amount) : label(what), total(amount), started(Kiv::Time::Ms())

@@ -120,6 +120,8 @@ std::string StoredName(const std::string & name);
 void Open(Kiv::File & file, const Kiv::PString & subst, const std::string & name, unsigned long mode,
           const std::string & shown);
 void Open(Kiv::File & file, const std::string & name, unsigned long mode);
+// Closes a written file; a file whose bytes did not all reach the disk fails, naming it.
+void Finish(Kiv::File & file, const std::string & shown);
 // Copies what remains of from into to; a short write fails, naming toName.
 void Copy(Kiv::File & from, Kiv::File & to, const std::string & toName, Progress & progress);
 // Copies the file in, opened with inMode, into a new file out opened with outMode; an output
