@@ -104,12 +104,14 @@ Outcome RunKiv(const TempDir & dir, std::vector<std::string> words)
     return {code, Text(out), Text(err)};
 }
 
+// The lines of a program's output.
 std::vector<std::string> Lines(const std::string & text)
 {
     std::vector<std::string> lines;
     size_t start = 0;
+    // Windows ends the lines of standard output with CR LF.
     for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
-        lines.push_back(text.substr(start, end - start));
+        lines.push_back(text.substr(start, end - start - (end > start && text[end - 1] == '\r')));
     return lines;
 }
 
