@@ -1,6 +1,8 @@
 // The kiv tool run as a user runs it: a real directory tree packed, listed, extracted and compared
 // byte for byte, plain and compressed, and the error paths with their messages and exit codes.
 #include "BPE.h"
+#include "File.h"
+#include "PString.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -334,6 +336,24 @@ TEST(KivTool, ErrorsNameTheFileAndTheReason)
     const Outcome noInput = RunKiv(dir, {"compress", dir / "absent.txt", dir / "y.cfil"});
     EXPECT_EQ(1, noInput.code);
     EXPECT_TRUE(Mentions(noInput, "absent.txt")) << noInput.err;
+
+    // A stored name that leads out of the folder (the archive itself takes it) is never extracted there.
+    const std::string hostile = dir / "hostile.arc";
+    const Kiv::PString subst("kivtest-hostile");
+    Kiv::File::Subst(subst, hostile.c_str(), true);
+    Kiv::File stored;
+    const bool made = stored.Open(subst, "../escape.txt", Kiv::File::MODE_WRITE | Kiv::File::MODE_CREATE) ==
+                      Kiv::File::RES_OK;
+    stored.Write("x", 1, 1);
+    stored.Close();
+    Kiv::File::Subst(subst, nullptr);
+    if (made)
+    {
+        const Outcome escaped = RunKiv(dir, {"extract", hostile, dir / "inside"});
+        EXPECT_EQ(1, escaped.code);
+        EXPECT_TRUE(Mentions(escaped, "escape.txt")) << escaped.err;
+        EXPECT_FALSE(fs::exists(dir / "escape.txt"));
+    }
 
     // Usage: help answers 0 on standard output; mistakes answer 2.
     const Outcome help = RunKiv(dir, {"--help"});
