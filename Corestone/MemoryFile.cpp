@@ -67,6 +67,16 @@ unsigned char * ReadAll(File & file, uint32_t bytes, uint32_t & got)
     return block;
 }
 
+// The bytes from the file's position to its end; none for a closed file.
+unsigned long RestOf(File & file)
+{
+    if (!file.IsOpen())
+        return 0;
+    const unsigned long position = file.Tell();
+    const unsigned long end = file.Size();
+    return position < end ? end - position : 0;
+}
+
 // The unit count up to and including the next line feed, or all that remain.
 size_t LineUnits(const unsigned char * units, size_t count)
 {
@@ -204,13 +214,12 @@ bool MemoryFile::ConvertUtf16(const unsigned char * units, uint32_t bytes, bool 
 bool MemoryFile::Open(File & file, unsigned int bytes, bool text, int encoding)
 {
     Close();
-    const unsigned long position = file.Tell();
-    const unsigned long fileSize = file.Size();
-    const unsigned long rest = position < fileSize ? fileSize - position : 0;
+    const unsigned long rest = RestOf(file);
     if (bytes > rest)
         bytes = static_cast<unsigned int>(rest);
     if (bytes == 0)
         return false;
+    const unsigned long position = file.Tell();
     bool wide = text && encoding == File::ENCODING_UTF16;
     if (text && encoding == File::ENCODING_DEFAULT)
     {
@@ -244,9 +253,7 @@ bool MemoryFile::Load(File & file, uint32_t bytes, bool wide)
 
 bool MemoryFile::Open(File & file, bool text, int encoding)
 {
-    const unsigned long position = file.Tell();
-    const unsigned long fileSize = file.Size();
-    const unsigned long rest = position < fileSize ? fileSize - position : 0;
+    const unsigned long rest = RestOf(file);
     return Open(file, static_cast<unsigned int>(rest < UINT_MAX ? rest : UINT_MAX), text, encoding);
 }
 

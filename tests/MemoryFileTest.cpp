@@ -331,6 +331,7 @@ TEST(MemoryFile, LoadsFromFiles)
     EXPECT_EQ("123", Text(tail));
     EXPECT_EQ(4u, file.Tell());
     file.Close();
+    EXPECT_FALSE(tail.Open(file));
 
     MemoryFile byName(name.c_str());
     EXPECT_EQ("01234567", Text(byName));
