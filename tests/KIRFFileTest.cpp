@@ -340,21 +340,35 @@ TEST(KIRFFile, HugeLengthsFailCleanly)
     }
 }
 
-TEST(KIRFFile, SizeScopesEndQuietlyOnAClosedFile)
+// A compressed write refuses seeks and a closed file has nowhere to write: the scopes end
+// without throwing and the length stays 0.
+TEST(KIRFFile, SizeScopesEndQuietlyWhereTheyCannotSeekBack)
 {
     TempDir dir;
-    const std::string name = dir / "closed.kirf";
-    KIRFFile file;
-    ASSERT_EQ(Kiv::File::RES_OK, file.Open(name.c_str(), writeMode));
-    {
-        KIRFWriteHeader header(file, 3);
-        file.Write32(9u);
-        file.Close();
-    }
     Bytes expected;
     Put(expected, "KIRF");
     Put32(expected, 0);
     Put32(expected, 3);
     Put32(expected, 9);
-    EXPECT_EQ(expected, ReadBytes(name));
+    const std::string closed = dir / "closed.kirf";
+    const std::string packed = dir / "packed.kirf";
+    for (const std::string & name : {closed, packed})
+    {
+        KIRFFile file;
+        const unsigned long mode =
+            name == packed ? Kiv::File::MODE_WRITE_COMPRESSED | Kiv::File::MODE_CREATE : writeMode;
+        ASSERT_EQ(Kiv::File::RES_OK, file.Open(name.c_str(), mode));
+        KIRFWriteHeader header(file, 3);
+        file.Write32(9u);
+        if (name == closed)
+            file.Close();
+    }
+    EXPECT_EQ(expected, ReadBytes(closed));
+    KIRFFile file;
+    ASSERT_EQ(Kiv::File::RES_OK, file.Open(packed.c_str(), readMode));
+    EXPECT_TRUE(file.IsCompressed());
+    Bytes read(expected.size() + 1);
+    EXPECT_EQ(expected.size(), file.Read(read.data(), static_cast<unsigned long>(read.size()), 1));
+    read.pop_back();
+    EXPECT_EQ(expected, read);
 }
