@@ -1,6 +1,7 @@
 #include "KIRFFile.h"
 
 #include "Alloc.h"
+#include "FileBlock.h"
 #include "PString.h"
 #include "String.h"
 
@@ -136,13 +137,16 @@ KIRFFile::Result KIRFFile::ReadPaddedBytes(unsigned char *& bytes, uint32_t & co
     if (count == emptyCount || count < 2)
         return RES_OK;
     const uint32_t characters = count - 1;
-    // A count past the end of the file is a damaged file, never a reason to allocate.
-    if (characters > Rest())
+    // A count past the end of the data is a damaged file, never a reason to allocate for it.
+    uint32_t got = 0;
+    bytes = ReadFileBlock(*this, characters, got);
+    if (bytes == nullptr || got != characters)
+    {
+        if (bytes != nullptr)
+            Alloc::Delete(bytes);
+        bytes = nullptr;
         return RES_UNKNOWN;
-    bytes = static_cast<unsigned char *>(Alloc::New(characters + 1));
-    if (bytes == nullptr)
-        return RES_UNKNOWN;
-    const unsigned long got = Read(bytes, characters, 1);
+    }
     bytes[got] = 0;
     Skip(Padding(characters));
     return RES_OK;

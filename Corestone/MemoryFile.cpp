@@ -2,6 +2,7 @@
 
 #include "Alloc.h"
 #include "CRuntime.h"
+#include "FileBlock.h"
 #include "PString.h"
 #include "StringSerial.h"
 #include "UnicodeString.h"
@@ -32,41 +33,6 @@ unsigned char * NewBlock(size_t bytes)
                              : nullptr;
 }
 
-// Reads up to `bytes` of the file into a block that grows only as the data arrive: the size a
-// file reports may be a compressed file's header speaking, and costs nothing until the bytes
-// are there. Null when nothing came.
-unsigned char * ReadAll(File & file, uint32_t bytes, uint32_t & got)
-{
-    const uint32_t firstStep = 1u << 20;
-    uint32_t room = bytes < firstStep ? bytes : firstStep;
-    unsigned char * block = NewBlock(room);
-    got = 0;
-    while (block != nullptr && got < bytes)
-    {
-        if (got == room)
-        {
-            const uint32_t grown = bytes - room < room ? bytes : 2 * room;
-            unsigned char * larger = NewBlock(grown);
-            if (larger == nullptr)
-                break;
-            memcpy(larger, block, got);
-            Alloc::Delete(block);
-            block = larger;
-            room = grown;
-        }
-        const unsigned long read = file.Read(block + got, room - got, 1);
-        if (read == 0)
-            break;
-        got += static_cast<uint32_t>(read);
-    }
-    if (block != nullptr && got == 0)
-    {
-        Alloc::Delete(block);
-        block = nullptr;
-    }
-    return block;
-}
-
 // The bytes from the file's position to its end; none for a closed file.
 unsigned long RestOf(File & file)
 {
@@ -86,6 +52,38 @@ size_t LineUnits(const unsigned char * units, size_t count)
     return count;
 }
 } // namespace
+
+unsigned char * ReadFileBlock(File & file, uint32_t bytes, uint32_t & got)
+{
+    const uint32_t firstStep = 1u << 20;
+    uint32_t room = bytes < firstStep ? bytes : firstStep;
+    unsigned char * block = NewBlock(size_t(room) + 1);
+    got = 0;
+    while (block != nullptr && got < bytes)
+    {
+        if (got == room)
+        {
+            const uint32_t grown = bytes - room < room ? bytes : 2 * room;
+            unsigned char * larger = NewBlock(size_t(grown) + 1);
+            if (larger == nullptr)
+                break;
+            memcpy(larger, block, got);
+            Alloc::Delete(block);
+            block = larger;
+            room = grown;
+        }
+        const unsigned long read = file.Read(block + got, room - got, 1);
+        if (read == 0)
+            break;
+        got += static_cast<uint32_t>(read);
+    }
+    if (block != nullptr && got == 0)
+    {
+        Alloc::Delete(block);
+        block = nullptr;
+    }
+    return block;
+}
 
 MemoryFile::MemoryFile(const void * data, unsigned int size, bool text, int encoding)
 {
@@ -241,7 +239,7 @@ bool MemoryFile::Open(File & file, unsigned int bytes, bool text, int encoding)
 bool MemoryFile::Load(File & file, uint32_t bytes, bool wide)
 {
     uint32_t got = 0;
-    unsigned char * block = ReadAll(file, bytes, got);
+    unsigned char * block = ReadFileBlock(file, bytes, got);
     if (block == nullptr)
         return false;
     if (!wide)

@@ -111,7 +111,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t * data, size_t size)
     std::vector<unsigned char> bytes(data + 1, data + size);
     Kiv::MemoryFile memory(static_cast<const void *>(bytes.data()), static_cast<unsigned>(bytes.size()), text,
                            encoding);
-    std::vector<unsigned char> scratch(size + 1);
+    // Converted text may be longer than the input; the scratch area holds any read or write.
+    std::vector<unsigned char> scratch(memory.Size() + 256);
     for (int steps = 0; steps < 1024 && memory.IsOpen() && !memory.Eof(); ++steps)
         Step(memory, scratch);
     if (text)

@@ -338,6 +338,24 @@ TEST(KIRFFile, HugeLengthsFailCleanly)
         EXPECT_EQ(KIRFFile::RES_UNKNOWN, result.Value());
         EXPECT_TRUE(form == 0 ? pooled.IsNull() : static_cast<const char *>(text) == nullptr);
     }
+    file.Close();
+
+    // The same through a compressed file whose header claims gigabytes: the count is checked
+    // against the bytes that really come, not the size the header states.
+    const std::string packed = dir / "packed.kirf";
+    ASSERT_EQ(Kiv::File::RES_OK,
+              file.Open(packed.c_str(), Kiv::File::MODE_WRITE_COMPRESSED | Kiv::File::MODE_CREATE));
+    file.Write(bytes.data(), static_cast<unsigned long>(bytes.size()), 1);
+    file.Close();
+    Bytes stored = ReadBytes(packed);
+    ASSERT_EQ("CFIL", std::string(stored.begin(), stored.begin() + 4));
+    stored[11] = 0xC0;
+    WriteBytes(packed, stored);
+    ASSERT_EQ(Kiv::File::RES_OK, file.Open(packed.c_str(), readMode));
+    file.SeekSet(28);
+    Kiv::String text;
+    EXPECT_EQ(KIRFFile::RES_UNKNOWN, file.ReadPadded(text).Value());
+    EXPECT_EQ(nullptr, static_cast<const char *>(text));
 }
 
 // A compressed write refuses seeks and a closed file has nowhere to write: the scopes end
