@@ -99,9 +99,9 @@ void ZlibExpand(const Bytes & coded, size_t codedSize, Bytes & out)
 size_t Lz4Code(const Bytes & in, Bytes & out)
 {
     out.resize(static_cast<size_t>(LZ4_compressBound(static_cast<int>(in.size()))));
-    return static_cast<size_t>(LZ4_compress_default(reinterpret_cast<const char *>(in.data()),
-                                                    reinterpret_cast<char *>(out.data()),
-                                                    static_cast<int>(in.size()), static_cast<int>(out.size())));
+    return static_cast<size_t>(
+        LZ4_compress_default(reinterpret_cast<const char *>(in.data()), reinterpret_cast<char *>(out.data()),
+                             static_cast<int>(in.size()), static_cast<int>(out.size())));
 }
 
 void Lz4Expand(const Bytes & coded, size_t codedSize, Bytes & out)
@@ -232,7 +232,8 @@ void CrcKiv(benchmark::State & state)
     const Bytes data(1 << 20, 0x5A);
     unsigned long crc = 0;
     for (auto _ : state)
-        benchmark::DoNotOptimize(crc = Kiv::Crc::Calc(data.data(), static_cast<unsigned long>(data.size()), crc));
+        benchmark::DoNotOptimize(
+            crc = Kiv::Crc::Calc(data.data(), static_cast<unsigned long>(data.size()), crc));
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * data.size()));
 }
 
