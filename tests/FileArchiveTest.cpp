@@ -581,3 +581,36 @@ TEST(FileArchive, GoldenArchive)
     EXPECT_EQ("CFIL", Id(bytes, at + 296));
     EXPECT_LT(Get32(bytes, at + 4) - 288, packed.size() / 4);
 }
+
+// Removing the substitution while its files are open: reads go on, a file being written is still
+// stored when it closes, and the index is written when the last of them lets the archive go.
+TEST(FileArchive, RemovedWhileFilesAreOpen)
+{
+    TempDir dir;
+    const std::string path = dir / "open.ark";
+    const std::string big = Pattern(30000, 9);
+    {
+        Mount mount("aOpen", path, true);
+        ASSERT_TRUE(Put(mount.name, "big.bin", big));
+    }
+    const size_t indexed = TestSupport::ReadBytes(path).size();
+    Mount mount("aOpen", path, true);
+    File reading;
+    File writing;
+    ASSERT_EQ(File::RES_OK, reading.Open("aOpen:big.bin", File::MODE_READ));
+    ASSERT_EQ(File::RES_OK, writing.Open("aOpen:late.txt", File::MODE_WRITE | File::MODE_CREATE));
+    mount.Close();
+    EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::SubstExists(mount.name));
+    std::string back(big.size(), 0);
+    EXPECT_EQ(big.size(), reading.Read(&back[0], static_cast<unsigned long>(back.size()), 1));
+    EXPECT_TRUE(big == back);
+    reading.Close();
+    EXPECT_EQ(indexed, TestSupport::ReadBytes(path).size());
+    writing.Write("written late", 12, 1);
+    EXPECT_EQ(0u, writing.Close());
+    Mount again("aOpen", path);
+    EXPECT_EQ("written late", Get(again.name, "late.txt"));
+    const Bytes bytes = TestSupport::ReadBytes(path);
+    EXPECT_EQ(2u, Get32(bytes, 20));
+    EXPECT_EQ(bytes.size(), Get32(bytes, 24) + 8u + 2 * 296u);
+}
