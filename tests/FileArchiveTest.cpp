@@ -258,18 +258,20 @@ TEST(FileArchive, WriteReadReopenAndList)
         ASSERT_TRUE(Put(mount.name, "empty.txt", ""));
         ASSERT_TRUE(Put(mount.name, "/Maps/Level1.map", "level one"));
         ASSERT_TRUE(Put(mount.name, "maps\\deep\\x.txt", "x"));
+        ASSERT_TRUE(Put(mount.name, std::string(File::MAX_PATH_LENGTH - 5, 'n').c_str(), "unlisted"));
         // Found before the index exists, whatever the case and separators.
         EXPECT_EQ(big, Get(mount.name, "big.BIN"));
         EXPECT_EQ("level one", Get(mount.name, "\\MAPS\\level1.map"));
         EXPECT_EQ("", Get(mount.name, "empty.txt"));
-        EXPECT_EQ(4u, mount.Archive().FileCount());
+        EXPECT_EQ(5u, mount.Archive().FileCount());
         // No temporary files are left beside the archive.
         EXPECT_EQ(std::set<std::string>({"round.ark"}), Listing(dir.Path() + "/*"));
     }
     Mount mount("aRound", path);
-    EXPECT_EQ(4u, mount.Archive().FileCount());
+    EXPECT_EQ(5u, mount.Archive().FileCount());
     EXPECT_EQ(big, Get(mount.name, "Big.bin"));
     EXPECT_EQ("x", Get(mount.name, "maps/deep/x.txt"));
+    // A name that fits the archive but not behind the substitution's prefix is not listed.
     EXPECT_EQ(std::set<std::string>({"Big.bin", "empty.txt", "Maps/"}), Listing("aRound:*"));
     EXPECT_EQ(std::set<std::string>({"Level1.map", "deep/"}), Listing("aRound:maps/*"));
     EXPECT_EQ(std::set<std::string>({"Level1.map"}), Listing("aRound:maps/*.map"));
