@@ -473,7 +473,8 @@ bool FileSubArchive::OpenWrite(File & file, const char * name)
     FilePlatform::SetHidden(writing->temporary, true);
     writing->file = &file;
     writing->name = name;
-    writing->compressed = (mode & File::MODE_WRITE_MASK) == File::MODE_WRITE_COMPRESSED;
+    // Readers of version 257 take stored "CFIL" files with the magic alone: theirs are kept plain.
+    writing->compressed = (mode & File::MODE_WRITE_MASK) == File::MODE_WRITE_COMPRESSED && version != 257;
     writing->next = writings;
     writings = writing;
     AttachOwn(file, own, name);

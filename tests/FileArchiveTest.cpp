@@ -57,6 +57,8 @@ struct Stored
     std::string name;
     std::string data;
     bool removed = false;
+    // The size a reader sees, when it is not the stored length.
+    int64_t size = -1;
 };
 
 Bytes BuildArchive(const std::vector<Stored> & files, uint32_t version = 258)
@@ -73,7 +75,7 @@ Bytes BuildArchive(const std::vector<Stored> & files, uint32_t version = 258)
     {
         Bytes entry(288);
         memcpy(entry.data(), file.name.c_str(), file.name.size());
-        Put32(entry, 260, static_cast<uint32_t>(file.data.size()));
+        Put32(entry, 260, static_cast<uint32_t>(file.size < 0 ? file.data.size() : file.size));
         AppendText(bytes, file.removed ? "FIL!" : "FIL\0", 4);
         Append32(bytes, static_cast<uint32_t>(288 + file.data.size()));
         bytes.insert(bytes.end(), entry.begin(), entry.end());
@@ -224,6 +226,21 @@ TEST(FileArchive, VersionsAndSignatureChecked)
         EXPECT_EQ(accepted ? "alpha" : "<missing>", Get(mount.name, "a.txt")) << version;
         EXPECT_EQ(version == 257 ? 257u : 0u, mount.Archive().StoredVersion());
     }
+    // Files stored compressed in a version 257 archive carry only the "CFIL" magic; the entry
+    // gives their size.
+    TestSupport::WriteBytes(dir / "old.ark",
+                            BuildArchive({{"old.txt", std::string("CFIL\x05\x80hello", 11), false, 5}}, 257));
+    {
+        Mount old("aOld", dir / "old.ark", true);
+        EXPECT_EQ("hello", Get(old.name, "old.txt"));
+        // New files go in plain, the only form this version's readers take.
+        ASSERT_TRUE(Put(old.name, "new.txt", "new text", File::MODE_WRITE_COMPRESSED | File::MODE_CREATE));
+        EXPECT_EQ("new text", Get(old.name, "new.txt"));
+    }
+    const Bytes old = TestSupport::ReadBytes(dir / "old.ark");
+    EXPECT_EQ(257u, Get32(old, 16));
+    EXPECT_EQ("new text", std::string(old.begin() + 44 + 307 + 296, old.begin() + 44 + 307 + 304));
+
     Bytes forged = BuildArchive(files);
     forged[12] = 'X';
     TestSupport::WriteBytes(dir / "sig.ark", forged);

@@ -150,9 +150,10 @@ struct ArchiveRecord;
 //   before closing) and keeps the creation stamp of the file it replaces.
 // - A file written through the archive goes to a temporary disk file beside the archive while
 //   open; on close its block is appended ("CFIL" form when opened with the compressed write
-//   mode, flagged compressed in its entry) and an older block of the same name is then marked
-//   "FIL!". Blocks are appended where the archive's blocks end, over the old index, which is
-//   written again after them; the file is cut after the index.
+//   mode, flagged compressed in its entry; plain in a version 257 archive, whose stored "CFIL"
+//   files carry the magic alone) and an older block of the same name is then marked "FIL!". Blocks are
+//   appended where the archive's blocks end, over the old index, which is written again after them; the file
+//   is cut after the index.
 // - The index is taken only when it begins with "IDX ", its length is the INFO record count
 //   times 296, it lies inside the file, and every record's block lies inside the file after
 //   the INFO block. Otherwise the table is rebuilt by walking the blocks from the first, and a
