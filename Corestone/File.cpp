@@ -20,6 +20,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <new>
 
 namespace Kiv
 {
@@ -99,21 +100,17 @@ unsigned long MoveAll(int handle, Bytes * data, unsigned long length, Call call,
     return done;
 }
 
-// A scratch area on the stack when small, from the allocator when not.
+// A scratch area on the stack when small, from the allocator when not. Sizes are counted in 64
+// bits, so a product of counts cannot wrap; one the allocator cannot give throws bad_alloc.
 class Scratch
 {
 public:
-    explicit Scratch(size_t bytes)
-        : data(bytes <= sizeof(local)
-                   ? local
-                   : static_cast<unsigned char *>(Alloc::New(static_cast<unsigned>(bytes))))
+    explicit Scratch(uint64_t bytes)
+        : data(bytes <= sizeof(local) ? local : Allocate(bytes)),
+          capacity(bytes <= sizeof(local) ? sizeof(local) : bytes)
     {
     }
-    ~Scratch()
-    {
-        if (data != local)
-            Alloc::Delete(data);
-    }
+    ~Scratch() { Free(); }
     Scratch(const Scratch &) = delete;
     Scratch & operator=(const Scratch &) = delete;
 
@@ -123,9 +120,36 @@ public:
         return reinterpret_cast<T *>(data);
     }
 
+    // Makes room for `bytes`, keeping the first `kept`.
+    void Grow(uint64_t bytes, size_t kept)
+    {
+        if (bytes <= capacity)
+            return;
+        unsigned char * larger = Allocate(bytes);
+        memcpy(larger, data, kept);
+        Free();
+        data = larger;
+        capacity = bytes;
+    }
+
 private:
+    static unsigned char * Allocate(uint64_t bytes)
+    {
+        void * block = bytes <= 0x7FFFFFFF ? Alloc::New(static_cast<unsigned>(bytes)) : nullptr;
+        if (!block)
+            throw std::bad_alloc();
+        return static_cast<unsigned char *>(block);
+    }
+
+    void Free()
+    {
+        if (data != local)
+            Alloc::Delete(data);
+    }
+
     alignas(wchar_t) unsigned char local[8192];
     unsigned char * data;
+    uint64_t capacity;
 };
 
 uint32_t GetLittleEndian32(const unsigned char * in)
@@ -676,24 +700,26 @@ bool File::WriteBlock(const char * id, const void * data, unsigned long length)
     return Write(header, 1, sizeof(header)) == 1 && Write(data, 1, length) == (length ? 1u : 0u);
 }
 
-// Copies whole units up to and including a line feed, at most `limit` bytes; a line that does
-// not fit is read on to its end and dropped, so the next call starts on the next line.
-unsigned long File::ReadLineBytes(unsigned char * out, unsigned long limit, unsigned unitSize)
+// Copies whole units up to and including a line feed, at most `limit` bytes; `ended` tells
+// whether the line feed or the end of the file came before the limit.
+unsigned long File::ReadLineBytes(unsigned char * out, unsigned long limit, unsigned unitSize, bool & ended)
 {
     CheckReadable(__LINE__);
     if (!Flush())
         return 0;
     unsigned long stored = 0;
-    bool ended = false;
+    ended = false;
     unsigned char unit[2] = {0, 0};
-    while (!ended && Read(unit, 1, unitSize) == 1)
+    while (!ended && stored + unitSize <= limit)
     {
-        ended = unit[0] == '\n' && (unitSize == 1 || unit[1] == 0);
-        if (stored + unitSize <= limit)
+        if (Read(unit, 1, unitSize) != 1)
         {
-            memcpy(out + stored, unit, unitSize);
-            stored += unitSize;
+            ended = true;
+            break;
         }
+        ended = unit[0] == '\n' && (unitSize == 1 || unit[1] == 0);
+        memcpy(out + stored, unit, unitSize);
+        stored += unitSize;
         if (unitSize == 1 && !ended && stored < limit)
         {
             // Fast path: take the rest of the buffered line in one step.
@@ -712,6 +738,15 @@ unsigned long File::ReadLineBytes(unsigned char * out, unsigned long limit, unsi
     return stored;
 }
 
+// Reads and drops the rest of a line that did not fit, so the next call starts on the next line.
+void File::SkipLine(unsigned unitSize)
+{
+    unsigned char unit[2] = {0, 0};
+    while (Read(unit, 1, unitSize) == 1)
+        if (unit[0] == '\n' && (unitSize == 1 || unit[1] == 0))
+            return;
+}
+
 unsigned long File::ReadLine(void * out, unsigned long length, int lineEncoding)
 {
     if (length < 2)
@@ -719,22 +754,39 @@ unsigned long File::ReadLine(void * out, unsigned long length, int lineEncoding)
     if ((lineEncoding ? lineEncoding : encoding) == ENCODING_UTF16)
         return ReadLineUtf16(static_cast<char *>(out), length);
     auto * text = static_cast<unsigned char *>(out);
-    const unsigned long stored = ReadLineBytes(text, length - 2, 1);
+    bool ended = false;
+    const unsigned long stored = ReadLineBytes(text, length - 2, 1, ended);
     text[stored] = 0;
+    if (!ended)
+        SkipLine(1);
     return stored;
 }
 
+// A line of at most length / 2 units (2,046 at least) is kept; its temporary grows with the line
+// read, not with the length the caller offers.
 unsigned long File::ReadLineUtf16(char * out, unsigned long length)
 {
-    const unsigned long temporaryBytes = length > lineTemporaryBytes ? length + 2 : lineTemporaryBytes;
-    const unsigned long units = temporaryBytes / 2 - 1;
-    Scratch stored(units * 2 + 2);
-    Scratch wide((units + 1) * sizeof(wchar_t));
-    const unsigned long bytes = ReadLineBytes(stored.As<unsigned char>(), units * 2, 2);
+    const unsigned long most = length > lineTemporaryBytes ? length / 2 : lineTemporaryBytes / 2 - 1;
+    unsigned long capacity = lineTemporaryBytes / 2 - 1;
+    Scratch stored(uint64_t(capacity) * 2 + 2);
+    bool ended = false;
+    unsigned long bytes = ReadLineBytes(stored.As<unsigned char>(), capacity * 2, 2, ended);
+    while (!ended && capacity < most)
+    {
+        capacity = most - capacity < capacity ? most : capacity * 2;
+        stored.Grow(uint64_t(capacity) * 2 + 2, bytes);
+        bytes += ReadLineBytes(stored.As<unsigned char>() + bytes, capacity * 2 - bytes, 2, ended);
+    }
+    if (!ended)
+        SkipLine(2);
+    Scratch wide((uint64_t(bytes) / 2 + 1) * sizeof(wchar_t));
     const size_t characters =
         CRuntime::DecodeUtf16(stored.As<unsigned char>(), bytes / 2, wide.As<wchar_t>());
     wide.As<wchar_t>()[characters] = 0;
-    const size_t converted = wcstombs(out, wide.As<wchar_t>(), length - 1);
+    // The runtime's conversion misbehaves with a room past the end of memory; the text needs no more.
+    const uint64_t needed = uint64_t(characters) * MB_CUR_MAX;
+    const size_t room = needed < length - 1 ? static_cast<size_t>(needed) : length - 1;
+    const size_t converted = wcstombs(out, wide.As<wchar_t>(), room);
     if (converted == static_cast<size_t>(-1))
     {
         out[0] = 0;
@@ -758,10 +810,10 @@ unsigned long File::WriteLineUtf16(const char * text)
     const size_t characters = mbstowcs(nullptr, text, 0);
     if (characters == static_cast<size_t>(-1))
         return 0;
-    Scratch wide((characters + 1) * sizeof(wchar_t));
+    Scratch wide((uint64_t(characters) + 1) * sizeof(wchar_t));
     mbstowcs(wide.As<wchar_t>(), text, characters + 1);
     const size_t units = CRuntime::Utf16Units(wide.As<wchar_t>(), characters);
-    Scratch encoded(units * 2);
+    Scratch encoded(uint64_t(units) * 2);
     CRuntime::EncodeUtf16(wide.As<wchar_t>(), characters, encoded.As<unsigned char>());
     return Write(encoded.As<unsigned char>(), static_cast<unsigned long>(units * 2), 1);
 }

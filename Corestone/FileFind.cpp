@@ -79,11 +79,12 @@ void File::Find::Close()
     results = 0;
 }
 
-// Splits the pattern into the folder part (kept with its separator) and the name wildcard.
+// Splits the pattern into the folder part (kept with its separator) and the name wildcard. "*.*"
+// lists every name, those without a '.' too, which the matcher alone would not.
 void File::Find::ReduceWildcard(const char * pattern)
 {
     wildcard.GetFileName(pattern);
-    if (wildcard.IsEmpty())
+    if (wildcard.IsEmpty() || strcmp(wildcard, "*.*") == 0)
         wildcard = "*";
     prefix.GetPath(pattern);
 }
@@ -181,8 +182,10 @@ bool File::Find::CheckFiles()
         return false;
     if (!places)
         return true;
+    // A name cut at the path's bound would be another file's.
     Path name(folder);
-    name.AddPath(entry.name);
+    if (!name.AddPath(entry.name))
+        return false;
     SingleLock guard(&SubstLock(), true);
     for (unsigned newer = 0; newer < placeIndex; ++newer)
         if (places[newer]->Exists(name))

@@ -77,7 +77,8 @@ public:
     }
 
 private:
-    // The '*' swallows the name character unless the character after it can start the rest.
+    // The '*' swallows the name character unless it equals the pattern character after the '*';
+    // a '?' there is compared as a character too, so "*?" anchors only on a '?' in the name.
     void Star()
     {
         if (IsSeparator(*name))
@@ -85,7 +86,7 @@ private:
             ++pattern;
             return;
         }
-        if (SameIgnoringCase(*name, pattern[1]) || pattern[1] == '?')
+        if (SameIgnoringCase(*name, pattern[1]))
         {
             starPattern = pattern;
             starName = name;
@@ -614,12 +615,14 @@ bool File::Path::MakeRelativeTo(const char * base)
 
 void File::Path::SplitPath(char * drive, char * directory, char * name, char * ext) const
 {
-    const char * colon = strchr(text, ':');
+    const char * end = text + strnlen(text, MAX_PATH_LENGTH - 1);
+    const char * colon = static_cast<const char *>(memchr(text, ':', static_cast<size_t>(end - text)));
     const char * afterDrive = colon ? colon + 1 : text;
-    const char * last = LastOf(afterDrive, afterDrive + strlen(afterDrive), "/\\");
+    const char * last = LastOf(afterDrive, end, "/\\");
     const char * fileName = last ? last + 1 : afterDrive;
-    const char * dot = strrchr(fileName, '.');
-    const char * fileEnd = dot ? dot : fileName + strlen(fileName);
+    const char * dot = LastOf(fileName, end, ".");
+    const char * fileEnd = dot ? dot : end;
+    // Each part is shorter than the path, so it fits a buffer of MAX_PATH_LENGTH bytes.
     const auto copy = [](char * out, const char * from, const char * to)
     {
         if (!out)
@@ -630,6 +633,6 @@ void File::Path::SplitPath(char * drive, char * directory, char * name, char * e
     copy(drive, text, afterDrive);
     copy(directory, afterDrive, fileName);
     copy(name, fileName, fileEnd);
-    copy(ext, fileEnd, fileEnd + strlen(fileEnd));
+    copy(ext, fileEnd, end);
 }
 } // namespace Kiv

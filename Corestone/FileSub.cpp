@@ -6,6 +6,7 @@
 #include "SyncObject.h"
 
 #include <cstring>
+#include <new>
 
 namespace Kiv
 {
@@ -17,7 +18,7 @@ const unsigned maxLinkDepth = 16;
 // Guarded by the list lock, which every walk holds. A walk entered from no other walk starts
 // a new generation; the entries it reaches are stamped with it.
 unsigned linkDepth = 0;
-unsigned walkGeneration = 0;
+uint64_t walkGeneration = 0;
 
 class LinkDepth
 {
@@ -323,7 +324,10 @@ FileSub ** FileSubstitute::TakePlaces(unsigned & placeCount)
     placeCount = CollectPlaces(nullptr, 0);
     if (!placeCount)
         return nullptr;
-    auto ** places = static_cast<FileSub **>(Alloc::New(placeCount * sizeof(FileSub *)));
+    // An array of member pointers, one a place.
+    auto ** places = static_cast<FileSub **>(Alloc::New(placeCount * sizeof(void *)));
+    if (!places)
+        throw std::bad_alloc();
     CollectPlaces(places, placeCount);
     return places;
 }

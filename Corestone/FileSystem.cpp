@@ -298,23 +298,20 @@ bool File::Prune(const PString & subst, const char * directory)
 
 bool File::TrueName(char * name)
 {
-    if (!name || !*name || strlen(name) >= MAX_PATH_LENGTH)
+    if (!name || !*name || strnlen(name, MAX_PATH_LENGTH) >= MAX_PATH_LENGTH)
         return false;
-    char resolved[MAX_PATH_LENGTH];
-    if (!FilePlatform::FullName(name, resolved, sizeof(resolved)))
+    Path full;
+    if (!FilePlatform::FullName(name, full.Buffer(), MAX_PATH_LENGTH))
     {
-        // A name that does not exist yet is made absolute by hand.
-        Path full;
+        // A name that does not exist yet is made absolute by hand; one cut at the bound would be
+        // another file's.
         if (IsSeparator(name[0]) || name[1] == ':')
             full = name;
-        else if (GetCwd(full))
-            full.AddPath(name);
-        else
+        else if (!GetCwd(full) || !full.AddPath(name))
             return false;
         full.Normalize();
-        strcpy(resolved, full);
     }
-    strcpy(name, resolved);
+    memcpy(name, full.Text(), full.Length() + 1);
     return true;
 }
 

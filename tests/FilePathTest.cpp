@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 using Path = Kiv::File::Path;
 
@@ -141,6 +142,15 @@ TEST(FilePath, FurtherEditsAndSplits)
     EXPECT_STREQ("", drive);
     EXPECT_STREQ("plain", name);
     EXPECT_STREQ("", ext);
+    // Buffers of exactly the bound hold any part of the longest path.
+    for (const std::string & text : {std::string(Kiv::File::MAX_PATH_LENGTH - 1, 'x'),
+                                     "data:" + std::string(Kiv::File::MAX_PATH_LENGTH - 7, '/') + "x",
+                                     std::string(Kiv::File::MAX_PATH_LENGTH - 1, ':')})
+    {
+        std::vector<std::vector<char>> parts(4, std::vector<char>(Kiv::File::MAX_PATH_LENGTH));
+        Path(text.c_str()).SplitPath(parts[0].data(), parts[1].data(), parts[2].data(), parts[3].data());
+        EXPECT_EQ(text, std::string(parts[0].data()) + parts[1].data() + parts[2].data() + parts[3].data());
+    }
 }
 
 TEST(FilePath, EditsStopAtTheBuffer)
@@ -178,6 +188,13 @@ TEST(FilePath, Wildcards)
     EXPECT_TRUE(Path::IsMatch("x.y.z", "*.z"));
     EXPECT_FALSE(Path::IsMatch("abc", "abcd"));
     EXPECT_FALSE(Path::IsMatch(nullptr, "*"));
+    // A '*' anchors only where the name holds the pattern's next character, a '?' included.
+    EXPECT_FALSE(Path::IsMatch("abx", "*?x"));
+    EXPECT_FALSE(Path::IsMatch("ab", "*?"));
+    EXPECT_TRUE(Path::IsMatch("a?x", "*?x"));
+    EXPECT_TRUE(Path::IsMatch("ab.x", "*.?"));
+    EXPECT_FALSE(Path::IsMatch("noext", "*.*"));
+    EXPECT_TRUE(Path::IsMatch("b.c", "*.?;*.*"));
 
     EXPECT_TRUE(Path::IsMatch("dir/sub/x.txt", "dir/*/*.txt"));
     EXPECT_TRUE(Path::IsMatch("DIR\\sub/x.txt", "d*/s?b\\x.*"));

@@ -231,6 +231,12 @@ TEST(FileFind, DirectoriesAndSubstitutions)
     } while (find.Next());
     EXPECT_EQ(4u, count);
     EXPECT_EQ(1u, directories);
+    Put(first + "noext", "1");
+    names.clear();
+    for (bool more = find.Open((first + "*.*").c_str()); more; more = find.Next())
+        names.insert(find.Name());
+    EXPECT_EQ((std::multiset<std::string>{"a.tga", "b.dds", "c.txt", "noext", "sub"}), names);
+    EXPECT_FALSE(find.Open((first + "*.?").c_str()));
 
     File::Subst(PString("sFind"), first.c_str());
     File::Subst(PString("sFind"), second.c_str());
@@ -238,6 +244,10 @@ TEST(FileFind, DirectoriesAndSubstitutions)
     for (bool more = find.Open("sFind:*.tga"); more; more = find.Next())
         names.insert(find.GetNameAndPath().Text());
     EXPECT_EQ((std::multiset<std::string>{"sFind:/a.tga", "sFind:/d.tga"}), names);
+    names.clear();
+    for (bool more = find.Open("sFind:*.*"); more; more = find.Next())
+        names.insert(find.Name());
+    EXPECT_EQ((std::multiset<std::string>{"a.tga", "b.dds", "c.txt", "d.tga", "noext", "sub"}), names);
     EXPECT_FALSE(find.Open("sFind:sub/*"));
     EXPECT_FALSE(find.Open((dir / "missing/*").c_str()));
 

@@ -357,6 +357,39 @@ TEST(File, Utf16LinesOutsideAscii)
     EXPECT_EQ(units, ReadBytes(name));
 }
 
+// The caller's length bounds what is kept, but the temporary grows only with the line read.
+TEST(File, Utf16LinesLongerThanTheTemporary)
+{
+    TempDir dir;
+    const std::string name = dir / "long16.txt";
+    std::vector<unsigned char> bytes;
+    const auto line = [&](size_t units, char letter)
+    {
+        for (size_t i = 0; i < units; ++i)
+            bytes.insert(bytes.end(), {static_cast<unsigned char>(letter), 0});
+        bytes.insert(bytes.end(), {'\n', 0});
+    };
+    line(5000, 'a');
+    line(3, 'b');
+    line(9000, 'c');
+    line(2, 'd');
+    WriteBytes(name, bytes);
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode, File::ENCODING_UTF16));
+    std::vector<char> out(20000);
+    // A length no buffer has: only the line itself is ever held.
+    EXPECT_EQ(5001u, file.ReadLine(out.data(), ~0ul));
+    EXPECT_TRUE(std::string(5000, 'a') + "\n" == out.data());
+    EXPECT_EQ(4u, file.ReadLine(out.data(), out.size()));
+    EXPECT_STREQ("bbb\n", out.data());
+    // 9,001 units do not fit in 8,000 bytes: the line is cut at 4,000 units and dropped to its end.
+    EXPECT_EQ(4000u, file.ReadLine(out.data(), 8000));
+    EXPECT_TRUE(std::string(4000, 'c') == out.data());
+    EXPECT_EQ(3u, file.ReadLine(out.data(), out.size()));
+    EXPECT_STREQ("dd\n", out.data());
+    EXPECT_EQ(0u, file.ReadLine(out.data(), out.size()));
+}
+
 TEST(File, TypedValuesStringsAndBlocks)
 {
     TempDir dir;
@@ -489,6 +522,11 @@ TEST(File, FileSystemOperations)
     File::Path cwd;
     EXPECT_TRUE(cwd.GetCwd());
     EXPECT_TRUE(File::Path::IsEqual(cwd, expected));
+    // A result past the bound leaves the name as it was, rather than naming a cut file.
+    std::vector<char> tooLong(File::MAX_PATH_LENGTH);
+    memset(tooLong.data(), 'n', tooLong.size() - 10);
+    EXPECT_FALSE(File::TrueName(tooLong.data()));
+    EXPECT_TRUE(std::string(tooLong.size() - 10, 'n') == tooLong.data());
     EXPECT_TRUE(File::Cd(start));
 }
 

@@ -139,6 +139,7 @@ public:
         void GetFileName(const char * name);
         void ExtractFirstPath();
         bool MakeRelativeTo(const char * base);
+        // Each buffer given (any may be null) must hold MAX_PATH_LENGTH bytes.
         void SplitPath(char * drive, char * directory, char * name, char * ext) const;
 
     private:
@@ -319,7 +320,8 @@ public:
     // Removes a directory with everything below it.
     static bool Prune(const char * directory);
     static bool Prune(const PString & subst, const char * directory);
-    // Rewrites the name in place as its full absolute form; false when it cannot be resolved.
+    // Rewrites the name in place as its full absolute form; false, with the name unchanged, when
+    // it cannot be resolved or the result would not fit. `name` must hold MAX_PATH_LENGTH bytes.
     static bool TrueName(char * name);
     static bool GetStamp(Time & stamp, const char * name);
     static bool GetStamp(Time & stamp, const PString & subst, const char * name);
@@ -388,7 +390,8 @@ private:
     unsigned long SeekChunk(uint32_t target);
     uint32_t ChunkedSize();
     void FinishCompressedWrite();
-    unsigned long ReadLineBytes(unsigned char * buffer, unsigned long limit, unsigned unitSize);
+    unsigned long ReadLineBytes(unsigned char * buffer, unsigned long limit, unsigned unitSize, bool & ended);
+    void SkipLine(unsigned unitSize);
     unsigned long ReadLineUtf16(char * buffer, unsigned long length);
     unsigned long WriteLineUtf16(const char * text);
 

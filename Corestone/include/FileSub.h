@@ -9,6 +9,7 @@
 #include "SyncObject.h"
 
 #include <atomic>
+#include <cstdint>
 
 namespace Kiv
 {
@@ -274,6 +275,6 @@ private:
     FileSub * members;
     unsigned count;
     // The walk that last visited this entry: a walk visits each entry once.
-    unsigned visited;
+    uint64_t visited;
 };
 } // namespace Kiv
