@@ -46,9 +46,16 @@ void Put32(unsigned char * out, uint32_t value)
     CRuntime::PutLittleEndian32(out, value);
 }
 
+// The four characters of a block identifier or magic word.
+void PutId(unsigned char * out, const char * id)
+{
+    for (int i = 0; i < 4; ++i)
+        out[i] = static_cast<unsigned char>(id[i]);
+}
+
 void PutHeader(unsigned char * out, const char * id, uint32_t length)
 {
-    memcpy(out, id, 4);
+    PutId(out, id);
     Put32(out + 4, length);
 }
 
@@ -270,7 +277,7 @@ bool FileSubArchive::WriteAt(uint64_t offset, const void * data, uint32_t length
 bool FileSubArchive::WriteInfo() const
 {
     unsigned char start[firstBlock] = {};
-    memcpy(start, "ARCH", 4);
+    PutId(start, "ARCH");
     PutHeader(start + 4, "INFO", infoLength);
     Put32(start + 12, archiveSignature);
     Put32(start + 16, version);
