@@ -86,7 +86,7 @@ bool IsSeparator(char c)
     return c == '/' || c == '\\';
 }
 
-const char * StoredName(const char * name)
+const char * WithoutLeadingSeparator(const char * name)
 {
     return name && IsSeparator(*name) ? name + 1 : name;
 }
@@ -405,7 +405,7 @@ void FileSubArchive::Scan()
 
 ArchiveRecord * FileSubArchive::Lookup(const char * name)
 {
-    name = StoredName(name);
+    name = WithoutLeadingSeparator(name);
     if (!table || !name || !*name)
         return nullptr;
     if (Record * record = table->Find(name))
@@ -442,7 +442,7 @@ bool FileSubArchive::OpenRead(File & file, const char * name)
 
 bool FileSubArchive::OpenWrite(File & file, const char * name)
 {
-    name = StoredName(name);
+    name = WithoutLeadingSeparator(name);
     if (IsReadOnly() || !name || !*name || strlen(name) >= File::MAX_PATH_LENGTH)
         return false;
     const unsigned long mode = ModeOf(file);
@@ -591,6 +591,15 @@ bool FileSubArchive::Remove(const char * name)
     return true;
 }
 
+bool FileSubArchive::StoredName(const char * name, File::Path & stored)
+{
+    SingleLock guard(&lock, true);
+    const Record * record = Lookup(name);
+    if (record)
+        stored = record->entry.name;
+    return record != nullptr;
+}
+
 bool FileSubArchive::GetStamp(const char * name, File::Time & stamp)
 {
     SingleLock guard(&lock, true);
@@ -646,7 +655,7 @@ FileSub::Listing * FileSubArchive::List(const char * folder)
     if (!table)
         return nullptr;
     Scan();
-    File::Path inside(StoredName(folder ? folder : ""));
+    File::Path inside(WithoutLeadingSeparator(folder ? folder : ""));
     if (!inside.IsEmpty())
         inside.AddSlash();
     const unsigned most = table->Count() ? table->Count() : 1;

@@ -288,6 +288,12 @@ TEST(FileArchive, WriteReadReopenAndList)
     EXPECT_EQ(5u, mount.Archive().FileCount());
     EXPECT_EQ(big, Get(mount.name, "Big.bin"));
     EXPECT_EQ("x", Get(mount.name, "maps/deep/x.txt"));
+    File::Path found;
+    ASSERT_EQ(File::RES_OK, File::ExistsIgnoreCase("aRound:MAPS/level1.MAP", found));
+    EXPECT_STREQ("aRound:/Maps/Level1.map", found.Text());
+    File named;
+    EXPECT_EQ(File::RES_OK, named.Open(found, File::MODE_READ));
+    named.Close();
     // A name that fits the archive but not behind the substitution's prefix is not listed.
     EXPECT_EQ(std::set<std::string>({"Big.bin", "empty.txt", "Maps/"}), Listing("aRound:*"));
     EXPECT_EQ(std::set<std::string>({"Level1.map", "deep/"}), Listing("aRound:maps/*"));

@@ -61,6 +61,9 @@ public:
     virtual void Lock();
     virtual void Unlock();
     virtual bool IsSame(const char * path) const = 0;
+    // The spelling under which a member that keeps its files itself stores `name`, found whatever
+    // its case; false when it keeps no such file (directories answer through DiskName).
+    virtual bool StoredName(const char * name, File::Path & stored);
     // What lies directly inside `folder` (empty for the top): its files, and each subfolder once
     // as a directory. Null when the member lists nothing this way; directories list through
     // DiskName instead.
@@ -179,6 +182,7 @@ public:
     void Lock() override;
     void Unlock() override;
     bool IsSame(const char * path) const override;
+    bool StoredName(const char * name, File::Path & stored) override;
     Listing * List(const char * folder) override;
 
     // Whether the archive opened (or was created) and holds a table of files.
