@@ -189,8 +189,11 @@ FileSubArchive::FileSubArchive(const char * archivePath, bool isWritable)
     : path(archivePath), handle(-1), version(0), recordCount(0), indexOffset(0), blocksEnd(firstBlock),
       writable(isWritable), state(0), lock("FileSubArchive"), table(nullptr), writings(nullptr)
 {
+    // A path cut at the bound would name another file.
+    const bool fits = strlen(archivePath) < File::MAX_PATH_LENGTH;
     const FilePlatform::Access access = writable ? FilePlatform::ReadWrite : FilePlatform::ReadOnly;
-    handle = FilePlatform::Open(path, {access, FilePlatform::OpenExisting, FilePlatform::ShareAll});
+    if (fits)
+        handle = FilePlatform::Open(path, {access, FilePlatform::OpenExisting, FilePlatform::ShareAll});
     if (handle != -1)
     {
         table = new ArchiveTable;
@@ -198,6 +201,8 @@ FileSubArchive::FileSubArchive(const char * archivePath, bool isWritable)
             Discard();
         return;
     }
+    if (writable && !fits)
+        throw FileEx(module, __LINE__, "Substitute() Open new archive failed");
     if (writable)
         Create();
 }

@@ -261,6 +261,9 @@ TEST(FileArchive, VersionsAndSignatureChecked)
         EXPECT_STREQ("Substitute() Open new archive failed", failure.Reason());
         EXPECT_STREQ("Corestone/FileSubArchive", failure.File());
     }
+    // Nor is an archive made under a name cut at the path's bound.
+    const std::string tooLong = dir / (std::string(File::MAX_PATH_LENGTH, 'a') + ".ark");
+    EXPECT_THROW(File::Subst(PString("aCannot"), tooLong.c_str(), true), Kiv::FileEx);
     File::Subst(PString("aCannot"), nullptr);
 }
 
