@@ -13,6 +13,7 @@
 #include "Time.h"
 #include "UnicodeString.h"
 
+#include <atomic>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -29,7 +30,8 @@ const char module[] = "Corestone/File";
 const uint32_t unknownSize = 0xFFFFFFFF;
 const unsigned long lineTemporaryBytes = 4094;
 
-unsigned int openFiles = 0;
+// Files are opened and closed on many threads at once.
+std::atomic<unsigned int> openFiles{0};
 bool (*transferCallBack)(unsigned long, unsigned long) = nullptr;
 bool logOpens = false;
 

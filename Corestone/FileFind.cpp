@@ -176,7 +176,9 @@ bool File::Find::NextDirect()
 // Whether the current item matches and is not hidden behind the same name in a newer place.
 bool File::Find::CheckFiles()
 {
-    if (!Path::IsMatch(entry.name, wildcard))
+    // A result whose full name would be cut at the path's bound would name another file.
+    Path full(prefix);
+    if (!Path::IsMatch(entry.name, wildcard) || !full.AddPath(entry.name))
         return false;
     if (!places)
         return true;

@@ -70,6 +70,11 @@ bool FileSub::Close(File & file)
 
 FileSub::Listing::~Listing() = default;
 
+bool FileSub::StoredName(const char * name, File::Path & stored)
+{
+    return false;
+}
+
 FileSub::Listing * FileSub::List(const char * folder)
 {
     return nullptr;

@@ -46,9 +46,16 @@ void Put32(unsigned char * out, uint32_t value)
     CRuntime::PutLittleEndian32(out, value);
 }
 
+// The four characters of a block identifier or magic word.
+void PutId(unsigned char * out, const char * id)
+{
+    for (int i = 0; i < 4; ++i)
+        out[i] = static_cast<unsigned char>(id[i]);
+}
+
 void PutHeader(unsigned char * out, const char * id, uint32_t length)
 {
-    memcpy(out, id, 4);
+    PutId(out, id);
     Put32(out + 4, length);
 }
 
@@ -79,7 +86,7 @@ bool IsSeparator(char c)
     return c == '/' || c == '\\';
 }
 
-const char * StoredName(const char * name)
+const char * WithoutLeadingSeparator(const char * name)
 {
     return name && IsSeparator(*name) ? name + 1 : name;
 }
@@ -182,8 +189,11 @@ FileSubArchive::FileSubArchive(const char * archivePath, bool isWritable)
     : path(archivePath), handle(-1), version(0), recordCount(0), indexOffset(0), blocksEnd(firstBlock),
       writable(isWritable), state(0), lock("FileSubArchive"), table(nullptr), writings(nullptr)
 {
+    // A path cut at the bound would name another file.
+    const bool fits = strlen(archivePath) < File::MAX_PATH_LENGTH;
     const FilePlatform::Access access = writable ? FilePlatform::ReadWrite : FilePlatform::ReadOnly;
-    handle = FilePlatform::Open(path, {access, FilePlatform::OpenExisting, FilePlatform::ShareAll});
+    if (fits)
+        handle = FilePlatform::Open(path, {access, FilePlatform::OpenExisting, FilePlatform::ShareAll});
     if (handle != -1)
     {
         table = new ArchiveTable;
@@ -191,6 +201,8 @@ FileSubArchive::FileSubArchive(const char * archivePath, bool isWritable)
             Discard();
         return;
     }
+    if (writable && !fits)
+        throw FileEx(module, __LINE__, "Substitute() Open new archive failed");
     if (writable)
         Create();
 }
@@ -270,7 +282,7 @@ bool FileSubArchive::WriteAt(uint64_t offset, const void * data, uint32_t length
 bool FileSubArchive::WriteInfo() const
 {
     unsigned char start[firstBlock] = {};
-    memcpy(start, "ARCH", 4);
+    PutId(start, "ARCH");
     PutHeader(start + 4, "INFO", infoLength);
     Put32(start + 12, archiveSignature);
     Put32(start + 16, version);
@@ -398,7 +410,7 @@ void FileSubArchive::Scan()
 
 ArchiveRecord * FileSubArchive::Lookup(const char * name)
 {
-    name = StoredName(name);
+    name = WithoutLeadingSeparator(name);
     if (!table || !name || !*name)
         return nullptr;
     if (Record * record = table->Find(name))
@@ -435,7 +447,7 @@ bool FileSubArchive::OpenRead(File & file, const char * name)
 
 bool FileSubArchive::OpenWrite(File & file, const char * name)
 {
-    name = StoredName(name);
+    name = WithoutLeadingSeparator(name);
     if (IsReadOnly() || !name || !*name || strlen(name) >= File::MAX_PATH_LENGTH)
         return false;
     const unsigned long mode = ModeOf(file);
@@ -473,7 +485,8 @@ bool FileSubArchive::OpenWrite(File & file, const char * name)
     FilePlatform::SetHidden(writing->temporary, true);
     writing->file = &file;
     writing->name = name;
-    writing->compressed = (mode & File::MODE_WRITE_MASK) == File::MODE_WRITE_COMPRESSED;
+    // Readers of version 257 take stored "CFIL" files with the magic alone: theirs are kept plain.
+    writing->compressed = (mode & File::MODE_WRITE_MASK) == File::MODE_WRITE_COMPRESSED && version != 257;
     writing->next = writings;
     writings = writing;
     AttachOwn(file, own, name);
@@ -583,6 +596,15 @@ bool FileSubArchive::Remove(const char * name)
     return true;
 }
 
+bool FileSubArchive::StoredName(const char * name, File::Path & stored)
+{
+    SingleLock guard(&lock, true);
+    const Record * record = Lookup(name);
+    if (record)
+        stored = record->entry.name;
+    return record != nullptr;
+}
+
 bool FileSubArchive::GetStamp(const char * name, File::Time & stamp)
 {
     SingleLock guard(&lock, true);
@@ -638,7 +660,7 @@ FileSub::Listing * FileSubArchive::List(const char * folder)
     if (!table)
         return nullptr;
     Scan();
-    File::Path inside(StoredName(folder ? folder : ""));
+    File::Path inside(WithoutLeadingSeparator(folder ? folder : ""));
     if (!inside.IsEmpty())
         inside.AddSlash();
     const unsigned most = table->Count() ? table->Count() : 1;

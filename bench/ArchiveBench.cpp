@@ -32,8 +32,10 @@ struct Fixture
 
     Fixture()
     {
-        folder = (fs::temp_directory_path() / ("corestone-archivebench-" + std::to_string(getpid()))).string();
+        folder =
+            (fs::temp_directory_path() / ("corestone-archivebench-" + std::to_string(getpid()))).string();
         const std::string tree = folder + "/tree";
+        fs::create_directories(tree);
         const Kiv::PString archive("benchArchive");
         File::Subst(archive, (folder + "/files.ark").c_str(), true);
         std::string data;

@@ -1,40 +1,18 @@
 // Arbitrary bytes as an archive: substituted read-only, listed folder by folder with File::Find,
 // every stored file opened and read to its end, and the substitution removed again.
 #include "File.h"
+#include "FuzzScratch.h"
 #include "PString.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <unistd.h>
 
 using Kiv::File;
 using Kiv::PString;
 
 namespace
 {
-std::string scratchName;
-
-void RemoveScratch()
-{
-    remove(scratchName.c_str());
-}
-
-bool WriteScratch(const uint8_t * data, size_t size)
-{
-    if (scratchName.empty())
-    {
-        scratchName = "/tmp/corestone-archive-fuzz-" + std::to_string(getpid()) + ".ark";
-        atexit(RemoveScratch);
-    }
-    FILE * out = fopen(scratchName.c_str(), "wb");
-    if (!out)
-        return false;
-    const bool written = fwrite(data, 1, size, out) == size;
-    return fclose(out) == 0 && written;
-}
-
 void ReadStored(const char * name)
 {
     static unsigned char piece[5000];
@@ -71,10 +49,11 @@ void Walk(const std::string & folder, unsigned depth)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t * data, size_t size)
 {
-    if (!WriteScratch(data, size))
+    const char * scratch = FuzzScratch::Write("archive", data, size);
+    if (!scratch)
         return 0;
     const PString name("fuzzArchive");
-    File::Subst(name, scratchName.c_str());
+    File::Subst(name, scratch);
     Walk("fuzzArchive:", 0);
     File file;
     file.Open("fuzzArchive:a.txt", File::MODE_READ);

@@ -57,6 +57,8 @@ struct Stored
     std::string name;
     std::string data;
     bool removed = false;
+    // The size a reader sees, when it is not the stored length.
+    int64_t size = -1;
 };
 
 Bytes BuildArchive(const std::vector<Stored> & files, uint32_t version = 258)
@@ -73,7 +75,7 @@ Bytes BuildArchive(const std::vector<Stored> & files, uint32_t version = 258)
     {
         Bytes entry(288);
         memcpy(entry.data(), file.name.c_str(), file.name.size());
-        Put32(entry, 260, static_cast<uint32_t>(file.data.size()));
+        Put32(entry, 260, static_cast<uint32_t>(file.size < 0 ? file.data.size() : file.size));
         AppendText(bytes, file.removed ? "FIL!" : "FIL\0", 4);
         Append32(bytes, static_cast<uint32_t>(288 + file.data.size()));
         bytes.insert(bytes.end(), entry.begin(), entry.end());
@@ -224,6 +226,21 @@ TEST(FileArchive, VersionsAndSignatureChecked)
         EXPECT_EQ(accepted ? "alpha" : "<missing>", Get(mount.name, "a.txt")) << version;
         EXPECT_EQ(version == 257 ? 257u : 0u, mount.Archive().StoredVersion());
     }
+    // Files stored compressed in a version 257 archive carry only the "CFIL" magic; the entry
+    // gives their size.
+    TestSupport::WriteBytes(dir / "old.ark",
+                            BuildArchive({{"old.txt", std::string("CFIL\x05\x80hello", 11), false, 5}}, 257));
+    {
+        Mount old("aOld", dir / "old.ark", true);
+        EXPECT_EQ("hello", Get(old.name, "old.txt"));
+        // New files go in plain, the only form this version's readers take.
+        ASSERT_TRUE(Put(old.name, "new.txt", "new text", File::MODE_WRITE_COMPRESSED | File::MODE_CREATE));
+        EXPECT_EQ("new text", Get(old.name, "new.txt"));
+    }
+    const Bytes old = TestSupport::ReadBytes(dir / "old.ark");
+    EXPECT_EQ(257u, Get32(old, 16));
+    EXPECT_EQ("new text", std::string(old.begin() + 44 + 307 + 296, old.begin() + 44 + 307 + 304));
+
     Bytes forged = BuildArchive(files);
     forged[12] = 'X';
     TestSupport::WriteBytes(dir / "sig.ark", forged);
@@ -244,6 +261,9 @@ TEST(FileArchive, VersionsAndSignatureChecked)
         EXPECT_STREQ("Substitute() Open new archive failed", failure.Reason());
         EXPECT_STREQ("Corestone/FileSubArchive", failure.File());
     }
+    // Nor is an archive made under a name cut at the path's bound.
+    const std::string tooLong = dir / (std::string(File::MAX_PATH_LENGTH, 'a') + ".ark");
+    EXPECT_THROW(File::Subst(PString("aCannot"), tooLong.c_str(), true), Kiv::FileEx);
     File::Subst(PString("aCannot"), nullptr);
 }
 
@@ -258,18 +278,26 @@ TEST(FileArchive, WriteReadReopenAndList)
         ASSERT_TRUE(Put(mount.name, "empty.txt", ""));
         ASSERT_TRUE(Put(mount.name, "/Maps/Level1.map", "level one"));
         ASSERT_TRUE(Put(mount.name, "maps\\deep\\x.txt", "x"));
+        ASSERT_TRUE(Put(mount.name, std::string(File::MAX_PATH_LENGTH - 5, 'n').c_str(), "unlisted"));
         // Found before the index exists, whatever the case and separators.
         EXPECT_EQ(big, Get(mount.name, "big.BIN"));
         EXPECT_EQ("level one", Get(mount.name, "\\MAPS\\level1.map"));
         EXPECT_EQ("", Get(mount.name, "empty.txt"));
-        EXPECT_EQ(4u, mount.Archive().FileCount());
+        EXPECT_EQ(5u, mount.Archive().FileCount());
         // No temporary files are left beside the archive.
         EXPECT_EQ(std::set<std::string>({"round.ark"}), Listing(dir.Path() + "/*"));
     }
     Mount mount("aRound", path);
-    EXPECT_EQ(4u, mount.Archive().FileCount());
+    EXPECT_EQ(5u, mount.Archive().FileCount());
     EXPECT_EQ(big, Get(mount.name, "Big.bin"));
     EXPECT_EQ("x", Get(mount.name, "maps/deep/x.txt"));
+    File::Path found;
+    ASSERT_EQ(File::RES_OK, File::ExistsIgnoreCase("aRound:MAPS/level1.MAP", found));
+    EXPECT_STREQ("aRound:/Maps/Level1.map", found.Text());
+    File named;
+    EXPECT_EQ(File::RES_OK, named.Open(found, File::MODE_READ));
+    named.Close();
+    // A name that fits the archive but not behind the substitution's prefix is not listed.
     EXPECT_EQ(std::set<std::string>({"Big.bin", "empty.txt", "Maps/"}), Listing("aRound:*"));
     EXPECT_EQ(std::set<std::string>({"Level1.map", "deep/"}), Listing("aRound:maps/*"));
     EXPECT_EQ(std::set<std::string>({"Level1.map"}), Listing("aRound:maps/*.map"));
@@ -580,4 +608,37 @@ TEST(FileArchive, GoldenArchive)
         at += 8 + Get32(bytes, at + 4);
     EXPECT_EQ("CFIL", Id(bytes, at + 296));
     EXPECT_LT(Get32(bytes, at + 4) - 288, packed.size() / 4);
+}
+
+// Removing the substitution while its files are open: reads go on, a file being written is still
+// stored when it closes, and the index is written when the last of them lets the archive go.
+TEST(FileArchive, RemovedWhileFilesAreOpen)
+{
+    TempDir dir;
+    const std::string path = dir / "open.ark";
+    const std::string big = Pattern(30000, 9);
+    {
+        Mount mount("aOpen", path, true);
+        ASSERT_TRUE(Put(mount.name, "big.bin", big));
+    }
+    const size_t indexed = TestSupport::ReadBytes(path).size();
+    Mount mount("aOpen", path, true);
+    File reading;
+    File writing;
+    ASSERT_EQ(File::RES_OK, reading.Open("aOpen:big.bin", File::MODE_READ));
+    ASSERT_EQ(File::RES_OK, writing.Open("aOpen:late.txt", File::MODE_WRITE | File::MODE_CREATE));
+    mount.Close();
+    EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::SubstExists(mount.name));
+    std::string back(big.size(), 0);
+    EXPECT_EQ(big.size(), reading.Read(&back[0], static_cast<unsigned long>(back.size()), 1));
+    EXPECT_TRUE(big == back);
+    reading.Close();
+    EXPECT_EQ(indexed, TestSupport::ReadBytes(path).size());
+    writing.Write("written late", 12, 1);
+    EXPECT_EQ(0u, writing.Close());
+    Mount again("aOpen", path);
+    EXPECT_EQ("written late", Get(again.name, "late.txt"));
+    const Bytes bytes = TestSupport::ReadBytes(path);
+    EXPECT_EQ(2u, Get32(bytes, 20));
+    EXPECT_EQ(bytes.size(), Get32(bytes, 24) + 8u + 2 * 296u);
 }

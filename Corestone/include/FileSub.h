@@ -61,6 +61,9 @@ public:
     virtual void Lock();
     virtual void Unlock();
     virtual bool IsSame(const char * path) const = 0;
+    // The spelling under which a member that keeps its files itself stores `name`, found whatever
+    // its case; false when it keeps no such file (directories answer through DiskName).
+    virtual bool StoredName(const char * name, File::Path & stored);
     // What lies directly inside `folder` (empty for the top): its files, and each subfolder once
     // as a directory. Null when the member lists nothing this way; directories list through
     // DiskName instead.
@@ -151,9 +154,10 @@ struct ArchiveRecord;
 //   before closing) and keeps the creation stamp of the file it replaces.
 // - A file written through the archive goes to a temporary disk file beside the archive while
 //   open; on close its block is appended ("CFIL" form when opened with the compressed write
-//   mode, flagged compressed in its entry) and an older block of the same name is then marked
-//   "FIL!". Blocks are appended where the archive's blocks end, over the old index, which is
-//   written again after them; the file is cut after the index.
+//   mode, flagged compressed in its entry; plain in a version 257 archive, whose stored "CFIL"
+//   files carry the magic alone) and an older block of the same name is then marked "FIL!". Blocks are
+//   appended where the archive's blocks end, over the old index, which is written again after them; the file
+//   is cut after the index.
 // - The index is taken only when it begins with "IDX ", its length is the INFO record count
 //   times 296, it lies inside the file, and every record's block lies inside the file after
 //   the INFO block. Otherwise the table is rebuilt by walking the blocks from the first, and a
@@ -178,6 +182,7 @@ public:
     void Lock() override;
     void Unlock() override;
     bool IsSame(const char * path) const override;
+    bool StoredName(const char * name, File::Path & stored) override;
     Listing * List(const char * folder) override;
 
     // Whether the archive opened (or was created) and holds a table of files.
