@@ -1,21 +1,14 @@
 // Walks a KIRF file made of the input: the header, then blocks read whole, skipped, entered as
 // nested blocks or read as padded strings, until the walk stops advancing.
+#include "FuzzScratch.h"
 #include "KIRFFile.h"
 #include "PString.h"
 #include "String.h"
 
 #include <cstdint>
-#include <cstdio>
-#include <string>
-#include <unistd.h>
 
 namespace
 {
-std::string ScratchName()
-{
-    return "/tmp/kirf-fuzz-" + std::to_string(getpid()) + ".kirf";
-}
-
 void Walk(Kiv::KIRFFile & file)
 {
     unsigned int size = 0;
@@ -61,14 +54,9 @@ void Walk(Kiv::KIRFFile & file)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t * data, size_t size)
 {
-    static const std::string name = ScratchName();
-    FILE * out = fopen(name.c_str(), "wb");
-    if (out == nullptr)
-        return 0;
-    fwrite(data, 1, size, out);
-    fclose(out);
+    const char * name = FuzzScratch::Write("kirf", data, size);
     Kiv::KIRFFile file;
-    if (file.Open(name.c_str(), Kiv::File::MODE_READ).Succeeded())
+    if (name && file.Open(name, Kiv::File::MODE_READ).Succeeded())
         Walk(file);
     return 0;
 }

@@ -2,6 +2,7 @@
 // block reads of any count, serialised strings, seeks from every origin, writes into a copy; and
 // loads the input as text from a file, as the configuration reader does.
 #include "File.h"
+#include "FuzzScratch.h"
 #include "MemoryFile.h"
 #include "PString.h"
 #include "String.h"
@@ -9,9 +10,6 @@
 
 #include <clocale>
 #include <cstdint>
-#include <cstdio>
-#include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace
@@ -82,14 +80,9 @@ void Step(Kiv::MemoryFile & memory, std::vector<unsigned char> & scratch)
 
 void LoadAsText(const uint8_t * data, size_t size, int encoding)
 {
-    static const std::string name = "/tmp/memoryfile-fuzz-" + std::to_string(getpid()) + ".txt";
-    FILE * out = fopen(name.c_str(), "wb");
-    if (out == nullptr)
-        return;
-    fwrite(data, 1, size, out);
-    fclose(out);
+    const char * name = FuzzScratch::Write("memoryfile", data, size);
     Kiv::File file;
-    if (file.Open(name.c_str(), Kiv::File::MODE_READ).Succeeded())
+    if (name && file.Open(name, Kiv::File::MODE_READ).Succeeded())
         Kiv::MemoryFile text(file, true, encoding);
 }
 } // namespace
