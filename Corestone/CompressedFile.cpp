@@ -143,11 +143,16 @@ using namespace CompressedFile;
 
 unsigned int File::ReadHandle(uint32_t physical, void * data, unsigned int length)
 {
-    if (!PlaceHandle(physical))
-        return 0;
-    const unsigned int got = ReadFully(handle, data, length);
-    handlePosition += got;
-    return got;
+    auto * out = static_cast<unsigned char *>(data);
+    unsigned int done = 0;
+    while (done < length)
+    {
+        const int moved = ReadAt(physical + done, out + done, length - done);
+        if (moved <= 0)
+            break;
+        done += static_cast<unsigned int>(moved);
+    }
+    return done;
 }
 
 bool File::ReadChunkWord(uint32_t physical, unsigned & word)

@@ -13,6 +13,7 @@
 #include "Time.h"
 #include "UnicodeString.h"
 
+#include <atomic>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -29,7 +30,8 @@ const char module[] = "Corestone/File";
 const uint32_t unknownSize = 0xFFFFFFFF;
 const unsigned long lineTemporaryBytes = 4094;
 
-unsigned int openFiles = 0;
+// Files are opened and closed on many threads at once.
+std::atomic<unsigned int> openFiles{0};
 bool (*transferCallBack)(unsigned long, unsigned long) = nullptr;
 bool logOpens = false;
 
@@ -327,18 +329,17 @@ File::Result File::DetectCompression()
 {
     const unsigned storedVersion = member ? member->StoredVersion() : 0;
     const uint32_t headerLength = storedVersion == 257 ? 4 : 12;
-    PlaceHandle(dataStart);
-    const int got = FilePlatform::Read(handle, buffer, headerLength);
+    const int got = ReadAt(dataStart, buffer, headerLength);
     if (got < 0)
         return RES_UNKNOWN;
-    handlePosition += static_cast<uint32_t>(got);
     const bool full = static_cast<uint32_t>(got) == headerLength;
     if (!full || memcmp(buffer, "CFIL", 4) != 0)
     {
         if (full && (mode & MODE_READ_MASK) == MODE_READ_COMPRESSED)
             return RES_NOTCOMPRESSED;
         mode = (mode & ~MODE_READ_MASK) | MODE_READ_PLAIN;
-        buffered = static_cast<uint32_t>(got);
+        // A stored file shorter than the header has only its own bytes.
+        buffered = static_cast<uint32_t>(got) < size ? static_cast<uint32_t>(got) : size;
         return RES_OK;
     }
     if (mode & MODE_WRITE_MASK)
@@ -392,10 +393,10 @@ bool File::CloseHandle()
 {
     if (member)
     {
-        member->Close(*this);
+        const bool kept = member->Close(*this);
         member->Release();
         member = nullptr;
-        return true;
+        return kept;
     }
     return (flags & FOREIGN_HANDLE) || FilePlatform::Close(handle);
 }
@@ -424,14 +425,28 @@ void File::CheckWritable(int line) const
         throw FileEx(module, line, "Write() File not open for writing");
 }
 
+// A handle shared with other files (an archive's) is moved by them too: it is never placed, only
+// read at offsets. `handlePosition` then tells where the next read in order goes.
 bool File::PlaceHandle(uint32_t physical)
 {
     if (handlePosition == physical)
         return true;
-    if (FilePlatform::Seek(handle, physical, SEEK_SET) != static_cast<int64_t>(physical))
+    if (!(flags & FOREIGN_HANDLE) &&
+        FilePlatform::Seek(handle, physical, SEEK_SET) != static_cast<int64_t>(physical))
         return false;
     handlePosition = physical;
     return true;
+}
+
+int File::ReadAt(uint32_t physical, void * data, uint32_t count)
+{
+    if (!PlaceHandle(physical))
+        return -1;
+    const int got = (flags & FOREIGN_HANDLE) ? FilePlatform::ReadAt(handle, data, count, physical)
+                                             : FilePlatform::Read(handle, data, count);
+    if (got > 0)
+        handlePosition += static_cast<uint32_t>(got);
+    return got;
 }
 
 void File::DropReadAhead()
@@ -471,13 +486,10 @@ bool File::Refill()
         return false;
     const uint32_t left = Size() - position;
     const uint32_t wanted = left < BUFFER_SIZE ? left : static_cast<uint32_t>(BUFFER_SIZE);
-    if (!PlaceHandle(dataStart + position))
-        return false;
-    const int got = FilePlatform::Read(handle, buffer, wanted);
+    const int got = ReadAt(dataStart + position, buffer, wanted);
     if (got <= 0)
         return false;
     buffered = static_cast<uint32_t>(got);
-    handlePosition += buffered;
     return KeepGoing(buffered, wanted);
 }
 
@@ -485,10 +497,14 @@ unsigned long File::ReadDirect(unsigned char * data, unsigned long length)
 {
     const unsigned long available = position < Size() ? Size() - position : 0;
     const unsigned long wanted = length < available ? length : available;
-    if (!PlaceHandle(dataStart + position))
-        return 0;
-    const unsigned long done = MoveAll(handle, data, wanted, FilePlatform::Read, true);
-    handlePosition += static_cast<uint32_t>(done);
+    uint32_t at = dataStart + position;
+    const auto readAt = [this, &at](int, unsigned char * to, uint32_t count)
+    {
+        const int got = ReadAt(at, to, count);
+        at += got > 0 ? static_cast<uint32_t>(got) : 0;
+        return got;
+    };
+    const unsigned long done = MoveAll(handle, data, wanted, readAt, true);
     position += static_cast<uint32_t>(done);
     return done;
 }

@@ -1,7 +1,6 @@
 // Directory search: names matching a wildcard, in one directory or in every directory of a
 // substitution in the list's order, newest first; a name already found in a newer place is
 // not reported again from an older one.
-#include "AllocObject.h"
 #include "File.h"
 
 #include "FilePlatform.h"
@@ -19,10 +18,38 @@ namespace
 {
 const char module[] = "Corestone/FileFind";
 
-FilePlatform::DirectoryWalk * WalkOf(void * walk)
+FileSub::Listing * ListingOf(void * walk)
 {
-    return static_cast<FilePlatform::DirectoryWalk *>(walk);
+    return static_cast<FileSub::Listing *>(walk);
 }
+
+// A disk directory listed as entries.
+class DirectoryListing : public FileSub::Listing
+{
+public:
+    bool Open(const char * directory) { return walk.Open(directory); }
+
+    bool Next(File::Entry & entry) override
+    {
+        FilePlatform::DirectoryItem item;
+        if (!walk.Next(item))
+            return false;
+        entry = File::Entry();
+        strcpy(entry.name, item.name);
+        entry.size = item.status.size > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(item.status.size);
+        File::Time modified;
+        File::Time created;
+        modified.ticks = item.status.modified;
+        created.ticks = item.status.created;
+        entry.SetStamp(modified, created);
+        entry.attributes = (item.status.hidden ? File::Entry::ATTRIBUTE_HIDDEN : 0) |
+                           (item.status.directory ? File::Entry::ATTRIBUTE_DIRECTORY : 0);
+        return true;
+    }
+
+private:
+    FilePlatform::DirectoryWalk walk;
+};
 
 bool IsDrive(const char * pattern, const char * colon)
 {
@@ -39,7 +66,7 @@ File::Find::~Find()
 
 void File::Find::Close()
 {
-    DeleteObject(WalkOf(walk));
+    delete ListingOf(walk);
     walk = nullptr;
     if (places)
     {
@@ -99,7 +126,7 @@ bool File::Find::Open(const char * pattern, const PString & substName)
     return StartMember() || NextSearch();
 }
 
-// Lists the current place's folder; false when it has none on disk.
+// Lists the current place's folder: a directory on disk, or the place's own listing.
 bool File::Find::StartMember()
 {
     if (placeIndex >= placeCount)
@@ -107,7 +134,11 @@ bool File::Find::StartMember()
     SingleLock guard(&SubstLock(), true);
     const bool onDisk = places[placeIndex]->DiskName(folder, directory);
     guard.Unlock();
-    return onDisk && FirstDirect();
+    if (onDisk)
+        return FirstDirect();
+    delete ListingOf(walk);
+    walk = places[placeIndex]->List(folder);
+    return NextDirect();
 }
 
 bool File::Find::NextSearch()
@@ -123,27 +154,16 @@ bool File::Find::NextSearch()
 
 bool File::Find::FirstDirect()
 {
-    DeleteObject(WalkOf(walk));
-    auto * listing = NewObject<FilePlatform::DirectoryWalk>();
+    delete ListingOf(walk);
+    auto * listing = new DirectoryListing;
     walk = listing;
-    return listing != nullptr && listing->Open(directory.IsEmpty() ? "." : directory.Text()) && NextDirect();
+    return listing->Open(directory.IsEmpty() ? "." : directory.Text()) && NextDirect();
 }
 
 bool File::Find::NextDirect()
 {
-    FilePlatform::DirectoryItem item;
-    while (WalkOf(walk) && WalkOf(walk)->Next(item))
+    while (ListingOf(walk) && ListingOf(walk)->Next(entry))
     {
-        entry = Entry();
-        strcpy(entry.name, item.name);
-        entry.size = item.status.size > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(item.status.size);
-        Time modified;
-        Time created;
-        modified.ticks = item.status.modified;
-        created.ticks = item.status.created;
-        entry.SetStamp(modified, created);
-        entry.attributes = (item.status.hidden ? Entry::ATTRIBUTE_HIDDEN : 0) |
-                           (item.status.directory ? Entry::ATTRIBUTE_DIRECTORY : 0);
         if (CheckFiles())
         {
             ++results;
@@ -156,7 +176,9 @@ bool File::Find::NextDirect()
 // Whether the current item matches and is not hidden behind the same name in a newer place.
 bool File::Find::CheckFiles()
 {
-    if (!Path::IsMatch(entry.name, wildcard))
+    // A result whose full name would be cut at the path's bound would name another file.
+    Path full(prefix);
+    if (!Path::IsMatch(entry.name, wildcard) || !full.AddPath(entry.name))
         return false;
     if (!places)
         return true;

@@ -60,6 +60,11 @@ int Open(const char * name, const OpenRequest & request);
 const uint32_t maxTransfer = 1u << 30;
 int Read(int handle, void * data, uint32_t count);
 int Write(int handle, const void * data, uint32_t count);
+// Reads at an offset without using the handle's position, so files sharing one handle do not
+// move each other's place.
+int ReadAt(int handle, void * data, uint32_t count, int64_t offset);
+// Cuts or extends the file to `length` bytes.
+bool Truncate(int handle, int64_t length);
 int64_t Seek(int handle, int64_t offset, int origin);
 int64_t Length(int handle);
 bool Commit(int handle);

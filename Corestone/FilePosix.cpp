@@ -170,6 +170,20 @@ int Write(int handle, const void * data, uint32_t count)
     return static_cast<int>(done);
 }
 
+int ReadAt(int handle, void * data, uint32_t count, int64_t offset)
+{
+    ssize_t done;
+    do
+        done = pread(handle, data, count, static_cast<off_t>(offset));
+    while (done < 0 && errno == EINTR);
+    return static_cast<int>(done);
+}
+
+bool Truncate(int handle, int64_t length)
+{
+    return ftruncate(handle, static_cast<off_t>(length)) == 0;
+}
+
 int64_t Seek(int handle, int64_t offset, int origin)
 {
     return lseek(handle, static_cast<off_t>(offset), origin);

@@ -63,9 +63,40 @@ bool FileSub::DiskName(const char * name, File::Path & full) const
     return false;
 }
 
-void FileSub::Close(File & file)
+bool FileSub::Close(File & file)
 {
-    FilePlatform::Close(file.handle);
+    return FilePlatform::Close(file.handle);
+}
+
+FileSub::Listing::~Listing() = default;
+
+bool FileSub::StoredName(const char * name, File::Path & stored)
+{
+    return false;
+}
+
+FileSub::Listing * FileSub::List(const char * folder)
+{
+    return nullptr;
+}
+
+void FileSub::AttachShared(File & file, int shared, const char * name, uint32_t dataStart, uint32_t size)
+{
+    file.handle = shared;
+    file.flags |= File::FOREIGN_HANDLE;
+    Adopt(file);
+    file.size = size;
+    file.dataStart = dataStart;
+    file.handlePosition = dataStart;
+    file.path = name;
+}
+
+void FileSub::AttachOwn(File & file, int own, const char * name)
+{
+    file.handle = own;
+    file.handlePosition = 0;
+    Adopt(file);
+    file.path = name;
 }
 
 void FileSub::Lock() {}

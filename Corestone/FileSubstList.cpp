@@ -72,14 +72,13 @@ FileSubstitute * FindOrCreate(const PString & name)
     return entry;
 }
 
-// Archives arrive with their own member type; until then only directories can be added.
-FileSub * MakeMember(const PString & name, const char * path, bool writable)
+// A path ending in a separator is a directory; any other names an archive file.
+FileSub * MakeMember(const char * path, bool writable)
 {
     const size_t length = strlen(path);
     if (length && (path[length - 1] == '/' || path[length - 1] == '\\'))
         return new FileSubPath(path, writable);
-    throw FileEx(module, __LINE__, "Subst(%s) Archive substitutions are not available: %s",
-                 static_cast<const char *>(name), path);
+    return new FileSubArchive(path, writable);
 }
 } // namespace
 
@@ -165,7 +164,7 @@ void File::Subst(const PString & name, const char * path, bool writable)
             RemoveSubst(name);
         return;
     }
-    FileSub * member = MakeMember(name, path, writable);
+    FileSub * member = MakeMember(path, writable);
     FindOrCreate(name)->AddFront(member);
 }
 

@@ -204,7 +204,14 @@ File::Result File::ExistsIgnoreCase(const PString & subst, const char * name, Pa
             for (unsigned index = 0; index < count && !matched; ++index)
             {
                 Path full;
-                matched = places[index]->DiskName(name, full) && FindIgnoringCase(full, found);
+                if (places[index]->DiskName(name, full))
+                    matched = FindIgnoringCase(full, found);
+                else if (places[index]->StoredName(name, full))
+                {
+                    // A stored file is named through the substitution, as it is spelt there.
+                    found.Make(subst, full);
+                    matched = true;
+                }
             }
             FileSubstitute::ReleasePlaces(places, count);
             return matched;

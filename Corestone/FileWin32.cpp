@@ -83,6 +83,25 @@ int Write(int handle, const void * data, uint32_t count)
     return _write(handle, data, count < maxTransfer ? count : maxTransfer);
 }
 
+int ReadAt(int handle, void * data, uint32_t count, int64_t offset)
+{
+    const HANDLE file = reinterpret_cast<HANDLE>(_get_osfhandle(handle));
+    if (file == INVALID_HANDLE_VALUE)
+        return -1;
+    OVERLAPPED at{};
+    at.Offset = static_cast<DWORD>(offset);
+    at.OffsetHigh = static_cast<DWORD>(static_cast<uint64_t>(offset) >> 32);
+    DWORD done = 0;
+    if (!ReadFile(file, data, count, &done, &at))
+        return GetLastError() == ERROR_HANDLE_EOF ? 0 : -1;
+    return static_cast<int>(done);
+}
+
+bool Truncate(int handle, int64_t length)
+{
+    return _chsize_s(handle, length) == 0;
+}
+
 int64_t Seek(int handle, int64_t offset, int origin)
 {
     return _lseeki64(handle, offset, origin);

@@ -1,38 +1,15 @@
 // Arbitrary bytes as a file read through Kiv::File: whole, in pieces, by lines and after seeks
 // to positions taken from the input's last bytes.
 #include "File.h"
+#include "FuzzScratch.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <unistd.h>
 
 using Kiv::File;
 
 namespace
 {
-std::string scratchName;
-
-void RemoveScratch()
-{
-    remove(scratchName.c_str());
-}
-
-bool WriteScratch(const uint8_t * data, size_t size)
-{
-    if (scratchName.empty())
-    {
-        scratchName = "/tmp/corestone-cfil-fuzz-" + std::to_string(getpid());
-        atexit(RemoveScratch);
-    }
-    FILE * out = fopen(scratchName.c_str(), "wb");
-    if (!out)
-        return false;
-    const bool written = fwrite(data, 1, size, out) == size;
-    return fclose(out) == 0 && written;
-}
-
 void ReadOn(File & file, unsigned long length)
 {
     static unsigned char piece[40000];
@@ -68,10 +45,11 @@ void SeekAround(File & file, const uint8_t * data, size_t size)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t * data, size_t size)
 {
-    if (!WriteScratch(data, size))
+    const char * scratch = FuzzScratch::Write("cfil", data, size);
+    if (!scratch)
         return 0;
     File file;
-    if (file.Open(scratchName.c_str(), File::MODE_READ) != File::RES_OK)
+    if (file.Open(scratch, File::MODE_READ) != File::RES_OK)
         return 0;
     ReadAll(file);
     file.SeekSet(0);

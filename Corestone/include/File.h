@@ -381,6 +381,7 @@ private:
     unsigned long WriteDirect(const unsigned char * data, unsigned long length);
     bool Flush();
     bool PlaceHandle(uint32_t physical);
+    int ReadAt(uint32_t physical, void * data, uint32_t count);
     void DropReadAhead();
     unsigned int ReadHandle(uint32_t physical, void * data, unsigned int length);
     bool ReadChunkWord(uint32_t physical, unsigned & word);

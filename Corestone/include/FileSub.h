@@ -6,6 +6,7 @@
 #include "File.h"
 #include "KivApi.h"
 #include "PString.h"
+#include "SyncObject.h"
 
 #include <atomic>
 #include <cstdint>
@@ -18,6 +19,17 @@ namespace Kiv
 class KIV_API FileSub : public AllocBase
 {
 public:
+    // The files and folders of a member that keeps them itself, one at a time.
+    class KIV_API Listing : public AllocBase
+    {
+    public:
+        Listing() = default;
+        Listing(const Listing &) = delete;
+        Listing & operator=(const Listing &) = delete;
+        virtual ~Listing();
+        virtual bool Next(File::Entry & entry) = 0;
+    };
+
     FileSub() = default;
     FileSub(const FileSub &) = delete;
     FileSub & operator=(const FileSub &) = delete;
@@ -44,11 +56,18 @@ public:
     virtual bool GetStamp(const char * name, File::Time & stamp) = 0;
     virtual bool SetStamp(const char * name, const File::Time & stamp) = 0;
     // Takes back a file that the member opened and marked as its own (Adopt); a member over disk
-    // files closes the handle.
-    virtual void Close(File & file);
+    // files closes the handle. False when what was written could not be kept.
+    virtual bool Close(File & file);
     virtual void Lock();
     virtual void Unlock();
     virtual bool IsSame(const char * path) const = 0;
+    // The spelling under which a member that keeps its files itself stores `name`, found whatever
+    // its case; false when it keeps no such file (directories answer through DiskName).
+    virtual bool StoredName(const char * name, File::Path & stored);
+    // What lies directly inside `folder` (empty for the top): its files, and each subfolder once
+    // as a directory. Null when the member lists nothing this way; directories list through
+    // DiskName instead.
+    virtual Listing * List(const char * folder);
 
     FileSub * next = nullptr;
 
@@ -60,6 +79,13 @@ protected:
     // Marks an opened file as the member's own: the file holds a reference to the member and
     // hands its close to it.
     void Adopt(File & file) { file.member = this; }
+    // Lends `file` a handle of the member's, read at `dataStart` for `size` bytes and never
+    // closed by the file.
+    void AttachShared(File & file, int handle, const char * name, uint32_t dataStart, uint32_t size);
+    // Gives `file` a handle the member made for it; the member takes it back in Close.
+    void AttachOwn(File & file, int handle, const char * name);
+    static unsigned long ModeOf(const File & file) { return file.mode; }
+    static int HandleOf(const File & file) { return file.handle; }
 
 private:
     std::atomic<long> references{1};
@@ -108,6 +134,96 @@ public:
 
 private:
     FileSubstitute * other;
+};
+
+class ArchiveTable;
+struct ArchiveRecord;
+
+// An archive file serving as a folder of stored files. The file holds "ARCH", an INFO block,
+// one block per stored file ("FIL" and a zero byte while live, "FIL!" once removed or replaced)
+// and an index block "IDX " that is rewritten when the substitution closes. All numbers are
+// 32-bit little-endian.
+//
+// Choices of this reader and writer:
+// - Names are found whatever their case and whichever separator they use: lookups, like
+//   removal, fold ASCII letters to lower case (and '\' to '/'); a stored name keeps the
+//   writer's spelling. One leading separator of a name is dropped.
+// - The entry's 20 time bytes hold the modification stamp (8 bytes), the creation stamp
+//   (8 bytes) and 4 reserved zero bytes; the byte at 285 is written as zero. A stored file
+//   takes its modification stamp from the file written for it (set it with File::SetStamp
+//   before closing) and keeps the creation stamp of the file it replaces.
+// - A file written through the archive goes to a temporary disk file beside the archive while
+//   open; on close its block is appended ("CFIL" form when opened with the compressed write
+//   mode, flagged compressed in its entry; plain in a version 257 archive, whose stored "CFIL"
+//   files carry the magic alone) and an older block of the same name is then marked "FIL!". Blocks are
+//   appended where the archive's blocks end, over the old index, which is written again after them; the file
+//   is cut after the index.
+// - The index is taken only when it begins with "IDX ", its length is the INFO record count
+//   times 296, it lies inside the file, and every record's block lies inside the file after
+//   the INFO block. Otherwise the table is rebuilt by walking the blocks from the first, and a
+//   writable archive writes a fresh index when it closes. Blocks found after the index (a
+//   writer that stopped before rewriting it) join the table the same way.
+class KIV_API FileSubArchive : public FileSub
+{
+public:
+    // Opens the archive, or creates it when writable and missing: "Substitute() Open new archive
+    // failed" when that fails. An archive that is not valid holds no files.
+    FileSubArchive(const char * path, bool writable);
+
+    bool IsReadOnly() const override;
+    unsigned StoredVersion() const override;
+    bool OpenWrite(File & file, const char * name) override;
+    bool OpenRead(File & file, const char * name) override;
+    bool Exists(const char * name) override;
+    bool Remove(const char * name) override;
+    bool GetStamp(const char * name, File::Time & stamp) override;
+    bool SetStamp(const char * name, const File::Time & stamp) override;
+    bool Close(File & file) override;
+    void Lock() override;
+    void Unlock() override;
+    bool IsSame(const char * path) const override;
+    bool StoredName(const char * name, File::Path & stored) override;
+    Listing * List(const char * folder) override;
+
+    // Whether the archive opened (or was created) and holds a table of files.
+    bool IsValid() const { return handle != -1; }
+    unsigned FileCount();
+    // Writes the index where the old one stood (or after the last block) and the INFO block
+    // again; false, with the INFO block untouched, when a record could not be written.
+    bool WriteIndex();
+
+protected:
+    // The last reference gone: the index is written when the archive was modified.
+    ~FileSubArchive() override;
+
+private:
+    struct Writing;
+
+    bool Load();
+    uint64_t FileLength() const;
+    bool LoadIndex(uint64_t fileLength);
+    void Scan();
+    void Create();
+    void Discard();
+    ArchiveRecord * Lookup(const char * name);
+    bool ReadAt(uint64_t offset, void * data, uint32_t length) const;
+    bool WriteAt(uint64_t offset, const void * data, uint32_t length) const;
+    bool WriteInfo() const;
+    bool AppendBlock(Writing & writing, int own);
+    static bool CopyData(int from, uint64_t offset, int to, uint32_t length);
+
+    File::Path path;
+    int handle;
+    uint32_t version;
+    uint32_t recordCount;
+    uint32_t indexOffset;
+    // Where the blocks walked so far end; new blocks go there.
+    uint32_t blocksEnd;
+    bool writable;
+    uint8_t state;
+    CriticalSection lock;
+    ArchiveTable * table;
+    Writing * writings;
 };
 
 // A substitution entry: its name and its members, the newest first.

@@ -1,0 +1,369 @@
+// The kiv tool run as a user runs it: a real directory tree packed, listed, extracted and compared
+// byte for byte, plain and compressed, and the error paths with their messages and exit codes.
+#include "BPE.h"
+#include "File.h"
+#include "PString.h"
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+extern char ** environ;
+#endif
+
+using TestSupport::ReadBytes;
+using TestSupport::TempDir;
+using TestSupport::WriteBytes;
+namespace fs = std::filesystem;
+
+namespace
+{
+using Bytes = std::vector<unsigned char>;
+
+struct Outcome
+{
+    int code;
+    std::string out;
+    std::string err;
+};
+
+std::string Text(const std::string & fileName)
+{
+    const Bytes bytes = ReadBytes(fileName);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// The kiv program is built beside the test programs.
+std::string KivProgram()
+{
+#if defined(_WIN32)
+    char path[MAX_PATH];
+    GetModuleFileNameA(nullptr, path, sizeof(path));
+    return (fs::path(path).parent_path() / "kiv.exe").string();
+#else
+    return (fs::read_symlink("/proc/self/exe").parent_path() / "kiv").string();
+#endif
+}
+
+// Puts the working folder back however the test ends.
+class WorkingFolder
+{
+public:
+    explicit WorkingFolder(const std::string & folder) : saved(fs::current_path())
+    {
+        fs::current_path(folder);
+    }
+    ~WorkingFolder() { fs::current_path(saved); }
+
+private:
+    fs::path saved;
+};
+
+// Runs kiv with the arguments, its output and errors caught in files of dir.
+Outcome RunKiv(const TempDir & dir, std::vector<std::string> words)
+{
+    const std::string out = dir / "kiv.out";
+    const std::string err = dir / "kiv.err";
+    words.insert(words.begin(), KivProgram());
+#if defined(_WIN32)
+    std::string command = "\"";
+    for (const std::string & word : words)
+        command += "\"" + word + "\" ";
+    command += "> \"" + out + "\" 2> \"" + err + "\"\"";
+    const int code = std::system(command.c_str());
+#else
+    const char * emulator = getenv("CORESTONE_EMULATOR");
+    if (emulator && *emulator)
+        words.insert(words.begin(), emulator);
+    std::vector<char *> arguments;
+    for (std::string & word : words)
+        arguments.push_back(&word[0]);
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t child = 0;
+    int status = 0;
+    const int started = posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    const int code =
+        started == 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+#endif
+    return {code, Text(out), Text(err)};
+}
+
+// The lines of a program's output.
+std::vector<std::string> Lines(const std::string & text)
+{
+    std::vector<std::string> lines;
+    size_t start = 0;
+    // Windows ends the lines of standard output with CR LF.
+    for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
+        lines.push_back(text.substr(start, end - start - (end > start && text[end - 1] == '\r')));
+    return lines;
+}
+
+// Every file below root, by relative name with '/', and its bytes.
+std::map<std::string, Bytes> Tree(const std::string & root)
+{
+    std::map<std::string, Bytes> files;
+    for (const auto & item : fs::recursive_directory_iterator(root))
+        if (item.is_regular_file())
+            files[fs::relative(item.path(), root).generic_string()] = ReadBytes(item.path().string());
+    return files;
+}
+
+// A tree with what trips up archivers: empty files, sizes around the file buffer and the
+// compression chunk, incompressible bytes, deep folders, names with blanks; and on machines
+// that have it, a slice of the system's documentation.
+std::string MakeTree(const TempDir & dir)
+{
+    const std::string root = dir / "tree";
+    fs::create_directories(root + "/deep/er/still deeper");
+    fs::create_directories(root + "/empty folder");
+    WriteBytes(root + "/empty.txt", {});
+    WriteBytes(root + "/one", {'x'});
+    uint32_t state = 12345;
+    for (size_t size : {16383, 16384, 16385, 100000})
+    {
+        Bytes noise(size);
+        for (unsigned char & byte : noise)
+            byte = static_cast<unsigned char>((state = state * 1103515245 + 12345) >> 24);
+        WriteBytes(root + "/deep/noise" + std::to_string(size) + ".bin", noise);
+    }
+    std::string text;
+    for (int line = 0; line < 3000; ++line)
+        text += "line " + std::to_string(line) + ": the quick brown fox jumps over the lazy dog\n";
+    WriteBytes(root + "/deep/er/still deeper/text file.txt", Bytes(text.begin(), text.end()));
+    std::error_code error;
+    uintmax_t copied = 0;
+    for (auto item = fs::recursive_directory_iterator("/usr/share/doc", error);
+         !error && item != fs::recursive_directory_iterator() && copied < 2000000; item.increment(error))
+    {
+        if (!item->is_regular_file() || item->is_symlink())
+            continue;
+        const fs::path target = fs::path(root) / "doc" / fs::relative(item->path(), "/usr/share/doc");
+        fs::create_directories(target.parent_path());
+        fs::copy_file(item->path(), target, error);
+        copied += error ? 0 : fs::file_size(target);
+        error.clear();
+    }
+    return root;
+}
+
+bool Mentions(const Outcome & outcome, const std::string & name)
+{
+    return outcome.err.find(name) != std::string::npos;
+}
+} // namespace
+
+TEST(KivTool, PacksListsAndExtractsATreeByteForByte)
+{
+    TempDir dir;
+    const std::string root = MakeTree(dir);
+    const std::map<std::string, Bytes> original = Tree(root);
+    std::vector<std::string> names;
+    for (const auto & [name, bytes] : original)
+        names.push_back(name);
+
+    for (const char * form : {"plain", "compressed"})
+    {
+        const bool compressed = std::string(form) == "compressed";
+        SCOPED_TRACE(form);
+        const std::string archive = dir / (std::string(form) + ".arc");
+        std::vector<std::string> pack = {"pack", root, archive};
+        if (compressed)
+            pack.push_back("--compress");
+        const Outcome packed = RunKiv(dir, pack);
+        ASSERT_EQ(0, packed.code) << packed.err;
+
+        const Outcome listed = RunKiv(dir, {"list", archive});
+        EXPECT_EQ(0, listed.code) << listed.err;
+        EXPECT_EQ(names, Lines(listed.out));
+        const Outcome details = RunKiv(dir, {"list", "--long", archive});
+        const std::vector<std::string> rows = Lines(details.out);
+        EXPECT_EQ(names.size(), rows.size());
+        EXPECT_EQ(rows.size(), static_cast<size_t>(std::count_if(
+                                   rows.begin(), rows.end(),
+                                   [&](const std::string & row)
+                                   { return row.size() > 11 && row[11] == (compressed ? 'c' : '-'); })));
+
+        const std::string out = dir / (std::string(form) + "-out");
+        const Outcome extracted = RunKiv(dir, {"extract", archive, out});
+        ASSERT_EQ(0, extracted.code) << extracted.err;
+        EXPECT_TRUE(Tree(out) == original);
+    }
+    EXPECT_LT(fs::file_size(dir / "compressed.arc"), fs::file_size(dir / "plain.arc"));
+
+    // Packing again replaces the archive; one file can be taken out alone.
+    ASSERT_EQ(0, RunKiv(dir, {"pack", root, dir / "plain.arc"}).code);
+    const std::string single = dir / "single";
+    ASSERT_EQ(0,
+              RunKiv(dir, {"extract", dir / "plain.arc", single, "deep/er/still deeper/text file.txt"}).code);
+    EXPECT_EQ(1u, Tree(single).size());
+    EXPECT_EQ(original.at("deep/er/still deeper/text file.txt"),
+              ReadBytes(single + "/deep/er/still deeper/text file.txt"));
+}
+
+TEST(KivTool, AddsAndRemovesStoredFiles)
+{
+    TempDir dir;
+    const std::string archive = dir / "work.arc";
+    fs::create_directories(dir / "in/sub");
+    WriteBytes(dir / "in/a.txt", {'a'});
+    WriteBytes(dir / "in/sub/b.txt", {'b', 'b'});
+    WorkingFolder inside(dir.Path());
+    ASSERT_EQ(0, RunKiv(dir, {"add", "work.arc", "in/a.txt", "./in/sub"}).code);
+    EXPECT_EQ((std::vector<std::string>{"in/a.txt", "in/sub/b.txt"}),
+              Lines(RunKiv(dir, {"list", archive}).out));
+
+    // Adding a name again replaces the stored file.
+    WriteBytes(dir / "in/a.txt", {'n', 'e', 'w'});
+    ASSERT_EQ(0, RunKiv(dir, {"add", archive, "in/a.txt", "--compress"}).code);
+    ASSERT_EQ(0, RunKiv(dir, {"extract", archive, dir / "x"}).code);
+    EXPECT_EQ((Bytes{'n', 'e', 'w'}), ReadBytes(dir / "x/in/a.txt"));
+
+    ASSERT_EQ(0, RunKiv(dir, {"rm", archive, "in/a.txt"}).code);
+    EXPECT_EQ((std::vector<std::string>{"in/sub/b.txt"}), Lines(RunKiv(dir, {"list", archive}).out));
+    const Outcome again = RunKiv(dir, {"rm", archive, "in/a.txt"});
+    EXPECT_EQ(1, again.code);
+    EXPECT_TRUE(Mentions(again, "in/a.txt")) << again.err;
+
+    // A missing input changes nothing.
+    const Outcome missing = RunKiv(dir, {"add", archive, "in/sub/b.txt", "nothere.txt"});
+    EXPECT_EQ(1, missing.code);
+    EXPECT_TRUE(Mentions(missing, "nothere.txt")) << missing.err;
+    EXPECT_EQ((std::vector<std::string>{"in/sub/b.txt"}), Lines(RunKiv(dir, {"list", archive}).out));
+}
+
+TEST(KivTool, CompressesDecompressesAndChecks)
+{
+    TempDir dir;
+    std::string text;
+    for (int i = 0; i < 5000; ++i)
+        text += "compressible text " + std::to_string(i % 7) + "\n";
+    const Bytes plain(text.begin(), text.end());
+    WriteBytes(dir / "plain.txt", plain);
+    ASSERT_EQ(0, RunKiv(dir, {"compress", dir / "plain.txt", dir / "packed.cfil"}).code);
+    const Bytes packed = ReadBytes(dir / "packed.cfil");
+    ASSERT_GE(packed.size(), 12u);
+    EXPECT_EQ("CFIL", std::string(packed.begin(), packed.begin() + 4));
+    EXPECT_LT(packed.size(), plain.size());
+    ASSERT_EQ(0, RunKiv(dir, {"decompress", dir / "packed.cfil", dir / "back.txt"}).code);
+    EXPECT_EQ(plain, ReadBytes(dir / "back.txt"));
+
+    const Outcome crc = RunKiv(dir, {"crc", dir / "plain.txt", dir / "packed.cfil"});
+    EXPECT_EQ(0, crc.code);
+    char expected[64];
+    snprintf(expected, sizeof(expected), "%08lX  ",
+             Kiv::Crc::Calc(plain.data(), plain.size(), 0) & 0xFFFFFFFFul);
+    const std::vector<std::string> lines = Lines(crc.out);
+    ASSERT_EQ(2u, lines.size());
+    EXPECT_EQ(expected + (dir / "plain.txt"), lines[0]);
+    snprintf(expected, sizeof(expected), "%08lX  ",
+             Kiv::Crc::Calc(packed.data(), packed.size(), 0) & 0xFFFFFFFFul);
+    EXPECT_EQ(expected + (dir / "packed.cfil"), lines[1]);
+
+    // A plain input is not expanded, and a failed output is not left behind.
+    const Outcome notCompressed = RunKiv(dir, {"decompress", dir / "plain.txt", dir / "never.txt"});
+    EXPECT_EQ(1, notCompressed.code);
+    EXPECT_TRUE(Mentions(notCompressed, "plain.txt")) << notCompressed.err;
+    EXPECT_FALSE(fs::exists(dir / "never.txt"));
+#if defined(__linux__)
+    // A full disk fails naming the output, which is left alone since the command did not make it.
+    const Outcome full = RunKiv(dir, {"decompress", dir / "packed.cfil", "/dev/full"});
+    EXPECT_EQ(1, full.code);
+    EXPECT_TRUE(Mentions(full, "/dev/full")) << full.err;
+    EXPECT_TRUE(fs::exists("/dev/full"));
+#endif
+    // One unreadable file among several still gives the others and fails.
+    const Outcome partly = RunKiv(dir, {"crc", dir / "missing.bin", dir / "plain.txt"});
+    EXPECT_EQ(1, partly.code);
+    EXPECT_EQ(1u, Lines(partly.out).size());
+    EXPECT_TRUE(Mentions(partly, "missing.bin")) << partly.err;
+}
+
+TEST(KivTool, ErrorsNameTheFileAndTheReason)
+{
+    TempDir dir;
+    const Outcome missing = RunKiv(dir, {"list", dir / "missing.arc"});
+    EXPECT_EQ(1, missing.code);
+    EXPECT_TRUE(Mentions(missing, "missing.arc")) << missing.err;
+
+    // Bytes that are no archive, and an archive cut short inside its first block.
+    WriteBytes(dir / "garbage.arc", Bytes(300, 0x5A));
+    fs::create_directories(dir / "small");
+    WriteBytes(dir / "small/f.txt", Bytes(5000, 'f'));
+    ASSERT_EQ(0, RunKiv(dir, {"pack", dir / "small", dir / "whole.arc"}).code);
+    Bytes whole = ReadBytes(dir / "whole.arc");
+    whole.resize(whole.size() / 2);
+    WriteBytes(dir / "cut.arc", whole);
+    for (const char * damaged : {"garbage.arc", "cut.arc"})
+    {
+        for (const char * command : {"list", "extract"})
+        {
+            std::vector<std::string> words = {command, dir / damaged};
+            if (std::string(command) == "extract")
+                words.push_back(dir / "out");
+            const Outcome outcome = RunKiv(dir, words);
+            const bool cleanEmpty = outcome.code == 0 && outcome.out.empty();
+            EXPECT_TRUE(outcome.code == 1 || cleanEmpty) << damaged << " " << command << ": " << outcome.err;
+            if (outcome.code != 0)
+            {
+                EXPECT_TRUE(Mentions(outcome, damaged)) << outcome.err;
+            }
+        }
+    }
+    EXPECT_EQ(1, RunKiv(dir, {"list", dir / "garbage.arc"}).code);
+
+    const Outcome noFolder = RunKiv(dir, {"pack", dir / "nofolder", dir / "x.arc"});
+    EXPECT_EQ(1, noFolder.code);
+    EXPECT_TRUE(Mentions(noFolder, "nofolder")) << noFolder.err;
+    const Outcome noInput = RunKiv(dir, {"compress", dir / "absent.txt", dir / "y.cfil"});
+    EXPECT_EQ(1, noInput.code);
+    EXPECT_TRUE(Mentions(noInput, "absent.txt")) << noInput.err;
+
+    // A stored name that leads out of the folder (the archive itself takes it) is never extracted there.
+    const std::string hostile = dir / "hostile.arc";
+    const Kiv::PString subst("kivtest-hostile");
+    Kiv::File::Subst(subst, hostile.c_str(), true);
+    Kiv::File stored;
+    const bool made = stored.Open(subst, "../escape.txt", Kiv::File::MODE_WRITE | Kiv::File::MODE_CREATE) ==
+                      Kiv::File::RES_OK;
+    stored.Write("x", 1, 1);
+    stored.Close();
+    Kiv::File::Subst(subst, nullptr);
+    if (made)
+    {
+        const Outcome escaped = RunKiv(dir, {"extract", hostile, dir / "inside"});
+        EXPECT_EQ(1, escaped.code);
+        EXPECT_TRUE(Mentions(escaped, "escape.txt")) << escaped.err;
+        EXPECT_FALSE(fs::exists(dir / "escape.txt"));
+    }
+
+    // Usage: help answers 0 on standard output; mistakes answer 2.
+    const Outcome help = RunKiv(dir, {"--help"});
+    EXPECT_EQ(0, help.code);
+    EXPECT_NE(std::string::npos, help.out.find("decompress"));
+    const Outcome packHelp = RunKiv(dir, {"pack", "--help"});
+    EXPECT_EQ(0, packHelp.code);
+    EXPECT_NE(std::string::npos, packHelp.out.find("--compress"));
+    EXPECT_EQ(2, RunKiv(dir, {"unpack"}).code);
+    EXPECT_EQ(2, RunKiv(dir, {"list"}).code);
+    EXPECT_EQ(2, RunKiv(dir, {"list", "a", "b"}).code);
+    EXPECT_EQ(2, RunKiv(dir, {"list", "--fast", "a"}).code);
+}

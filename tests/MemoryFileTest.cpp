@@ -1,0 +1,505 @@
+#include "MemoryFile.h"
+#include "File.h"
+#include "PString.h"
+#include "String.h"
+#include "TestSupport.h"
+#include "UnicodeString.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+using Kiv::DynamicBuffer;
+using Kiv::File;
+using Kiv::MemoryFile;
+using TestSupport::ReadBytes;
+using TestSupport::TempDir;
+using TestSupport::WriteBytes;
+
+namespace
+{
+using Bytes = std::vector<unsigned char>;
+
+Bytes Utf16(const char16_t * text, bool mark)
+{
+    Bytes bytes;
+    if (mark)
+        bytes = {0xFF, 0xFE};
+    for (; *text; ++text)
+    {
+        bytes.push_back(static_cast<unsigned char>(*text & 0xFF));
+        bytes.push_back(static_cast<unsigned char>(*text >> 8));
+    }
+    return bytes;
+}
+
+std::string Text(const MemoryFile & memory)
+{
+    return std::string(reinterpret_cast<const char *>(memory.Data()), memory.Size());
+}
+
+Bytes Contents(const DynamicBuffer & buffer)
+{
+    const auto * data = static_cast<const unsigned char *>(buffer.GetData());
+    return Bytes(data, data + buffer.GetLength());
+}
+
+bool LocaleConvertsUtf8()
+{
+    wchar_t probe[4];
+    return mbstowcs(probe, "\xC3\xA9", 4) == 1;
+}
+
+// Restores the process's locale when a test has changed it.
+class LocaleScope
+{
+public:
+    explicit LocaleScope(const char * name) : saved(setlocale(LC_ALL, nullptr))
+    {
+        ok = setlocale(LC_ALL, name);
+    }
+    ~LocaleScope() { setlocale(LC_ALL, saved.c_str()); }
+    bool ok;
+
+private:
+    std::string saved;
+};
+} // namespace
+
+TEST(MemoryFile, OpenOverMemoryViewsOrConvertsText)
+{
+    const Bytes plain = {'a', 'b', 'c'};
+    MemoryFile memory;
+    EXPECT_FALSE(memory.Open(plain.data(), 0));
+    EXPECT_FALSE(memory.IsOpen());
+
+    // Bytes are viewed in place, whatever they hold, unless they are text to convert.
+    const Bytes marked = Utf16(u"hi", true);
+    for (auto [text, encoding] : {std::pair{false, 0}, {false, 2}, {true, 1}})
+    {
+        ASSERT_TRUE(memory.Open(marked.data(), 6, text, encoding));
+        EXPECT_EQ(marked.data(), memory.Data());
+        EXPECT_EQ(6u, memory.Size());
+    }
+    ASSERT_TRUE(memory.Open(plain.data(), 3, true, 0));
+    EXPECT_EQ(plain.data(), memory.Data());
+
+    // The mark alone is no text; with the mark the rest converts.
+    EXPECT_FALSE(memory.Open(marked.data(), 2, true, 0));
+    ASSERT_TRUE(memory.Open(marked.data(), 6, true, 0));
+    EXPECT_NE(marked.data(), memory.Data());
+    EXPECT_EQ("hi", Text(memory));
+
+    // Encoding 2 converts without looking for a mark; an odd last byte is no unit.
+    const Bytes bare = Utf16(u"line\r\n", false);
+    ASSERT_TRUE(memory.Open(bare.data(), static_cast<unsigned>(bare.size()) + 1, true, 2));
+    EXPECT_EQ("line\r\n", Text(memory));
+    EXPECT_EQ(6u, memory.Size());
+    memory.Close();
+    EXPECT_EQ(0u, memory.Size());
+    EXPECT_EQ(nullptr, memory.CurrentPosition());
+}
+
+TEST(MemoryFile, TextOutsideAsciiConvertsOrFallsBackUnconverted)
+{
+    const Bytes wide = Utf16(u"\u00e9\u20ac\U0001F600", true);
+    MemoryFile memory;
+    if (LocaleConvertsUtf8())
+    {
+        ASSERT_TRUE(memory.Open(wide.data(), static_cast<unsigned>(wide.size()), true, 0));
+        EXPECT_EQ("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", Text(memory));
+    }
+    LocaleScope ascii("C");
+    if (!ascii.ok || LocaleConvertsUtf8())
+        GTEST_SKIP() << "no locale without these characters";
+    ASSERT_TRUE(memory.Open(wide.data(), static_cast<unsigned>(wide.size()), true, 0));
+    EXPECT_EQ(wide.data(), memory.Data());
+    EXPECT_EQ(wide.size(), memory.Size());
+}
+
+TEST(MemoryFile, ReadsAreAllOrNothing)
+{
+    const Bytes bytes = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x00, 0x00, 0xC0, 0x3F};
+    MemoryFile memory(bytes.data(), static_cast<unsigned>(bytes.size()));
+    unsigned char out[8] = {};
+    // The byte count, not the item count.
+    EXPECT_EQ(4u, memory.Read(out, 2, 2));
+    EXPECT_EQ((Bytes{1, 2, 3, 4}), Bytes(out, out + 4));
+    EXPECT_EQ(0x0605u, memory.Readuword());
+    EXPECT_EQ(6u, memory.Tell());
+    EXPECT_EQ(0x07, memory.Peek());
+    EXPECT_EQ(0x07, memory.Readsbyte());
+    EXPECT_EQ(1.5f, memory.Readfloat());
+    EXPECT_TRUE(memory.Eof());
+    EXPECT_EQ(-1, memory.Peek());
+
+    memory.SeekEnd(3);
+    EXPECT_EQ(0u, memory.Read(out, 4, 1));
+    EXPECT_EQ(8u, memory.Tell());
+    EXPECT_EQ(0u, memory.Readudword());
+    long big = 7;
+    EXPECT_FALSE(memory.Read(big));
+    EXPECT_EQ(8u, memory.Tell());
+    // Counts whose product does not fit 32 bits are refused, not wrapped.
+    EXPECT_EQ(0u, memory.Read(out, 0x40000000u, 4));
+    memory.SeekSet(0);
+    EXPECT_TRUE(memory.Read(big));
+    EXPECT_EQ(0x04030201, big);
+    EXPECT_EQ(static_cast<short>(0x0605), memory.Readsword());
+}
+
+TEST(MemoryFile, SeekRules)
+{
+    const Bytes bytes(10, 0x55);
+    MemoryFile memory(bytes.data(), 10);
+    EXPECT_EQ(10u, memory.SeekEnd(0));
+    EXPECT_TRUE(memory.Eof());
+    EXPECT_EQ(6u, memory.SeekEnd(4));
+    EXPECT_EQ(8u, memory.SeekCur(2));
+    EXPECT_EQ(0u, memory.SeekCur(-20));
+    EXPECT_EQ(0u, memory.SeekEnd(11));
+    EXPECT_EQ(3u, memory.SeekSet(3));
+    EXPECT_EQ(3u, memory.Seek(5, static_cast<File::FileSeek>(3)));
+    // No upper clamp: past the end stays past it, and reads and writes find nothing there.
+    EXPECT_EQ(25u, memory.SeekSet(25));
+    EXPECT_EQ(15u, memory.SeekCur(-10));
+    EXPECT_TRUE(memory.Eof());
+    EXPECT_EQ(0, memory.Readubyte());
+    EXPECT_EQ(-1, memory.Peek());
+    EXPECT_EQ(0x7FFFFFFFu, memory.SeekSet(0x7FFFFFFF));
+    EXPECT_EQ(0xFFFFFFFEu, memory.SeekCur(0x7FFFFFFF));
+    EXPECT_EQ(0xFFFFFFFFu, memory.SeekCur(0x7FFFFFFF));
+    EXPECT_EQ(0u, memory.Write("x", 1));
+}
+
+TEST(MemoryFile, WritesFitTheBlockAndCopiesOwnTheirBlock)
+{
+    MemoryFile memory;
+    EXPECT_FALSE(memory.Open(0u));
+    ASSERT_TRUE(memory.Open(6u));
+    EXPECT_EQ(Bytes(6, 0), Bytes(memory.Data(), memory.Data() + 6));
+    EXPECT_EQ(4u, memory.Write("abcd", 4));
+    EXPECT_EQ(0u, memory.Write("xyz", 3));
+    EXPECT_EQ(4u, memory.Tell());
+    EXPECT_EQ(2u, memory.Write("ef", 2));
+    memory.SetName("made");
+
+    MemoryFile copy(memory);
+    EXPECT_NE(memory.Data(), copy.Data());
+    EXPECT_EQ(6u, copy.Tell());
+    EXPECT_STREQ("made", copy.Name());
+    memory.SeekSet(0);
+    memory.Write("Z", 1);
+    EXPECT_EQ("abcdef", Text(copy));
+    memory.Close();
+    EXPECT_EQ(nullptr, static_cast<const char *>(memory.Name()));
+
+    // A view stays a view of the caller's memory (a char pointer alone would name a file).
+    const char * text = "view";
+    MemoryFile view(static_cast<const void *>(text), 4);
+    MemoryFile other;
+    other = view;
+    EXPECT_EQ(reinterpret_cast<const unsigned char *>(text), other.Data());
+    other = other;
+    EXPECT_EQ("view", Text(other));
+}
+
+TEST(MemoryFile, PooledStringRead)
+{
+    DynamicBuffer buffer;
+    buffer.Write32(5u);
+    buffer.Write("name", 4);
+    buffer.Write("!", 1);
+    buffer.Write32(0x40000004u);
+    buffer.Write("h\0i\0", 4);
+    buffer.Write32(100u);
+    buffer.Write("short", 5);
+    buffer.Write("ab", 2);
+    MemoryFile memory(buffer.GetData(), static_cast<unsigned>(buffer.GetLength()));
+
+    Kiv::PString name;
+    EXPECT_TRUE(memory.Read(name, false));
+    EXPECT_EQ(Kiv::PString("name!"), name);
+    EXPECT_TRUE(memory.Read(name, true));
+    EXPECT_EQ(Kiv::PString("hi"), name);
+    // Characters that do not remain: the empty name, the cursor just after the count word.
+    EXPECT_FALSE(memory.Read(name));
+    EXPECT_FALSE(name.IsNull());
+    EXPECT_EQ(0u, name.Length());
+    EXPECT_EQ(21u, memory.Tell());
+    memory.SeekEnd(2);
+    EXPECT_FALSE(memory.Read(name));
+    EXPECT_EQ(0u, name.Length());
+    EXPECT_EQ(memory.Size() - 2, memory.Tell());
+}
+
+// Every serialised string reads and writes through memory exactly as through a file.
+TEST(MemoryFile, SerialisedStringsMatchTheFileForm)
+{
+    TempDir dir;
+    const std::string name = dir / "strings.bin";
+    const Kiv::AnsiString ansi("plain text");
+    const Kiv::String empty("");
+    const Kiv::String null;
+    const Kiv::UnicodeString wide(L"wide \u00e9 \U0001F600");
+    const Kiv::PString pooled("pooled");
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_WRITE | File::MODE_CREATE));
+    DynamicBuffer buffer(0, 16);
+    MemoryFile block;
+    ASSERT_TRUE(block.Open(256u));
+    for (Kiv::BinWriter * writer : std::initializer_list<Kiv::BinWriter *>{&file, &buffer, &block})
+    {
+        EXPECT_TRUE(ansi.Write(*writer));
+        EXPECT_TRUE(empty.Write(*writer));
+        EXPECT_TRUE(null.Write(*writer));
+        EXPECT_TRUE(wide.Write(*writer));
+        EXPECT_TRUE(pooled.Write(*writer));
+    }
+    file.Close();
+    const Bytes stored = ReadBytes(name);
+    EXPECT_EQ(stored, Contents(buffer));
+    EXPECT_EQ(stored, Bytes(block.Data(), block.Data() + block.Tell()));
+
+    buffer.Rewind();
+    MemoryFile memory(stored.data(), static_cast<unsigned>(stored.size()));
+    for (Kiv::BinReader * reader : std::initializer_list<Kiv::BinReader *>{&memory, &buffer})
+    {
+        Kiv::AnsiString readAnsi;
+        Kiv::String readEmpty("x"), readNull("x");
+        Kiv::UnicodeString readWide;
+        Kiv::PString readPooled;
+        EXPECT_TRUE(readAnsi.Read(*reader));
+        EXPECT_TRUE(readEmpty.Read(*reader));
+        EXPECT_TRUE(readNull.Read(*reader));
+        EXPECT_TRUE(readWide.Read(*reader));
+        EXPECT_TRUE(readPooled.Read(*reader));
+        EXPECT_EQ(ansi, readAnsi);
+        // A stored count of 0 reads as the empty string, never the null one.
+        EXPECT_STREQ("", readEmpty);
+        EXPECT_STREQ("", readNull);
+        EXPECT_EQ(0, wcscmp(wide, readWide));
+        EXPECT_EQ(pooled, readPooled);
+    }
+    EXPECT_TRUE(memory.Eof());
+}
+
+TEST(MemoryFile, HostileCountsFailWithoutOverrun)
+{
+    // Counts far beyond the data: the string ends null, the reader stays inside the block.
+    for (uint32_t count : {0x3FFFFFFFu, 0x7FFFFFFFu, 0xFFFFFFFFu, 20u})
+    {
+        Bytes bytes(12, 'q');
+        memcpy(bytes.data(), &count, 4);
+        MemoryFile memory(bytes.data(), static_cast<unsigned>(bytes.size()));
+        Kiv::String text("before");
+        EXPECT_FALSE(memory.Read(text));
+        EXPECT_EQ(nullptr, static_cast<const char *>(text));
+        Kiv::UnicodeString wide(L"before");
+        memory.SeekSet(0);
+        EXPECT_FALSE(memory.Read(wide));
+        Kiv::PString pooled;
+        memory.SeekSet(0);
+        EXPECT_FALSE(memory.Read(pooled));
+        EXPECT_EQ(4u, memory.Tell());
+    }
+}
+
+TEST(MemoryFile, LoadsFromFiles)
+{
+    TempDir dir;
+    const std::string name = dir / "data.bin";
+    WriteBytes(name, {'0', '1', '2', '3', '4', '5', '6', '7'});
+    File file;
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_READ));
+    file.SeekSet(2);
+    MemoryFile rest(file);
+    EXPECT_EQ("234567", Text(rest));
+    EXPECT_STREQ(file.Name(), rest.Name());
+    // A size past the end loads what is there; nothing left loads nothing.
+    file.SeekSet(5);
+    MemoryFile tail(file, 0x7FFFFFFFu);
+    EXPECT_EQ("567", Text(tail));
+    EXPECT_FALSE(tail.Open(file, 4u));
+    EXPECT_FALSE(tail.IsOpen());
+    file.SeekSet(1);
+    ASSERT_TRUE(tail.Open(file, 3u));
+    EXPECT_EQ("123", Text(tail));
+    EXPECT_EQ(4u, file.Tell());
+    file.Close();
+    EXPECT_FALSE(tail.Open(file));
+
+    MemoryFile byName(name.c_str());
+    EXPECT_EQ("01234567", Text(byName));
+    MemoryFile part(name.c_str(), 3);
+    EXPECT_EQ("012", Text(part));
+    MemoryFile missing((dir / "missing.bin").c_str());
+    EXPECT_FALSE(missing.IsOpen());
+
+    // A compressed file whose header claims gigabytes loads what it really holds.
+    const std::string packed = dir / "packed.cfil";
+    std::string text;
+    for (int i = 0; i < 2000; ++i)
+        text += "line " + std::to_string(i % 10) + "\n";
+    File writer;
+    ASSERT_EQ(File::RES_OK, writer.Open(packed.c_str(), File::MODE_WRITE_COMPRESSED | File::MODE_CREATE));
+    writer.Write(text.data(), static_cast<unsigned long>(text.size()), 1);
+    writer.Close();
+    Bytes stored = ReadBytes(packed);
+    ASSERT_EQ("CFIL", std::string(stored.begin(), stored.begin() + 4));
+    stored[11] = 0xC0;
+    WriteBytes(packed, stored);
+    MemoryFile claimed(packed.c_str());
+    EXPECT_EQ(text, Text(claimed));
+}
+
+TEST(MemoryFile, LoadsUtf16TextFromFiles)
+{
+    File file;
+    const std::string golden = TestSupport::DataFile("Utf16Lines.txt");
+    ASSERT_EQ(File::RES_OK, file.Open(golden.c_str(), File::MODE_READ));
+    MemoryFile text(file, true, 0);
+    EXPECT_EQ("First line\r\nsecond\n", Text(text));
+    EXPECT_STREQ(file.Name(), text.Name());
+    file.SeekSet(0);
+    MemoryFile raw(file, false, 0);
+    EXPECT_EQ(ReadBytes(golden), Bytes(raw.Data(), raw.Data() + raw.Size()));
+
+    TempDir dir;
+    const std::string bare = dir / "bare.txt";
+    WriteBytes(bare, Utf16(u"one\ntwo", false));
+    File other;
+    ASSERT_EQ(File::RES_OK, other.Open(bare.c_str(), File::MODE_READ));
+    // Without a mark, encoding 0 is 8-bit and loads the bytes from the start; encoding 2 converts.
+    MemoryFile plain(other, true, 0);
+    EXPECT_EQ(14u, plain.Size());
+    other.SeekSet(0);
+    MemoryFile wide(other, true, 2);
+    EXPECT_EQ("one\ntwo", Text(wide));
+
+    const std::string markOnly = dir / "mark.txt";
+    WriteBytes(markOnly, {0xFF, 0xFE});
+    File mark;
+    ASSERT_EQ(File::RES_OK, mark.Open(markOnly.c_str(), File::MODE_READ));
+    MemoryFile none(mark, true, 0);
+    EXPECT_FALSE(none.IsOpen());
+    if (!LocaleConvertsUtf8())
+        return;
+    // Characters that take more bytes as 8-bit text than as UTF-16 are not cut.
+    const std::string wider = dir / "wider.txt";
+    WriteBytes(wider, Utf16(u"\u20ac\u20ac\u20ac\n\u20ac", true));
+    File euro;
+    ASSERT_EQ(File::RES_OK, euro.Open(wider.c_str(), File::MODE_READ));
+    MemoryFile euros(euro, true, 0);
+    EXPECT_EQ("\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC\n\xE2\x82\xAC", Text(euros));
+}
+
+TEST(DynamicBuffer, GrowsInStepsOfTheGranularity)
+{
+    DynamicBuffer buffer;
+    EXPECT_EQ(0u, buffer.GetCapacity());
+    EXPECT_EQ(1u, buffer.Write("x", 1));
+    EXPECT_EQ(512u, buffer.GetCapacity());
+    DynamicBuffer larger;
+    const Bytes bytes(513, 0xAB);
+    EXPECT_EQ(513u, larger.Write(bytes.data(), 513, 1));
+    EXPECT_EQ(1024u, larger.GetCapacity());
+    // Growth keeps what was written; the item count is answered.
+    EXPECT_EQ(2u, larger.Write("abcdef", 2, 3));
+    EXPECT_EQ(1024u, larger.GetCapacity());
+    Bytes expected = bytes;
+    expected.insert(expected.end(), {'a', 'b', 'c', 'd', 'e', 'f'});
+    EXPECT_EQ(expected, Contents(larger));
+
+    DynamicBuffer fine(10, 0);
+    EXPECT_EQ(10u, fine.GetCapacity());
+    EXPECT_EQ(512u, fine.GetGranularity());
+    DynamicBuffer steps(0, 100);
+    steps.Write(bytes.data(), 250, 1);
+    EXPECT_EQ(300u, steps.GetCapacity());
+    steps.Seek(300);
+    EXPECT_TRUE(steps.AddLength(1));
+    EXPECT_EQ(400u, steps.GetCapacity());
+    EXPECT_FALSE(steps.AddLength(0xFFFFFFFFul));
+    EXPECT_EQ(0u, steps.Write(bytes.data(), 0x10000, 0x10000));
+    EXPECT_EQ(0u, steps.Write(nullptr, 1, 1));
+    EXPECT_EQ(0u, steps.Write("x", 0, 1));
+    EXPECT_EQ(400u, steps.GetCapacity());
+}
+
+TEST(DynamicBuffer, ReadOnlyDataIsNeverChanged)
+{
+    unsigned char data[4] = {1, 2, 3, 4};
+    DynamicBuffer view(data, 4, true);
+    EXPECT_TRUE(view.IsReadOnly());
+    EXPECT_EQ(data, view.GetData());
+    EXPECT_EQ(0u, view.Write("zz", 2, 1));
+    EXPECT_FALSE(view.Write32(7u));
+    EXPECT_FALSE(view.AddLength(1));
+    EXPECT_EQ(0u, view.GetPosition());
+    EXPECT_EQ(4u, view.GetCapacity());
+    EXPECT_EQ(1, data[0]);
+    unsigned int value = 0;
+    EXPECT_TRUE(view.Read32(value));
+    EXPECT_EQ(0x04030201u, value);
+    DynamicBuffer copy(view);
+    EXPECT_EQ(data, copy.GetData());
+
+    // Not read-only: the data are copied, and the caller's block is never freed or changed.
+    DynamicBuffer owned(data, 4, false);
+    EXPECT_NE(data, owned.GetData());
+    owned.Write("W", 1);
+    EXPECT_EQ(1, data[0]);
+    owned.SetData(owned.GetData(), 2, false);
+    EXPECT_EQ((Bytes{'W', 2}), Contents(owned));
+    owned.SetData(data, 0, false);
+    EXPECT_EQ(nullptr, owned.GetData());
+    EXPECT_EQ(1u, owned.Write("q", 1));
+}
+
+TEST(DynamicBuffer, PositionLengthAndReads)
+{
+    DynamicBuffer buffer(0, 16);
+    buffer.Write("0123456789", 10, 1);
+    // Seek is bounded by the capacity, not the length.
+    EXPECT_TRUE(buffer.Seek(14));
+    EXPECT_EQ(14u, buffer.GetPosition());
+    EXPECT_FALSE(buffer.Seek(17));
+    EXPECT_EQ(16u, buffer.GetPosition());
+    char out[16] = {};
+    EXPECT_EQ(0u, buffer.Read(out, 4, 1));
+    buffer.Seek(7);
+    // Reads take what remains before the length.
+    EXPECT_EQ(3u, buffer.Read(out, 2, 4));
+    EXPECT_STREQ("789", out);
+    EXPECT_EQ(static_cast<char *>(buffer.GetData()) + 10, buffer.GetCurrentData());
+    EXPECT_TRUE(buffer.SetSize(12));
+    EXPECT_FALSE(buffer.SetSize(40));
+    EXPECT_EQ(16u, buffer.GetLength());
+    buffer.SetSize(10);
+    buffer.Rewind();
+    short word = 0;
+    EXPECT_TRUE(buffer.Read(word));
+    EXPECT_EQ(0x3130, word);
+    buffer.Reset();
+    EXPECT_EQ(0u, buffer.GetLength());
+    EXPECT_EQ(16u, buffer.GetCapacity());
+    EXPECT_FALSE(buffer.Read(word));
+    // Writing back over the middle keeps the length.
+    buffer.Write("abcdef", 6, 1);
+    buffer.Seek(2);
+    buffer.Write("XY", 2, 1);
+    EXPECT_EQ(6u, buffer.GetLength());
+    EXPECT_EQ((Bytes{'a', 'b', 'X', 'Y', 'e', 'f'}), Contents(buffer));
+    DynamicBuffer copy(buffer);
+    EXPECT_NE(buffer.GetData(), copy.GetData());
+    EXPECT_EQ(Contents(buffer), Contents(copy));
+    EXPECT_EQ(4u, copy.GetPosition());
+    buffer.Clean();
+    EXPECT_EQ(nullptr, buffer.GetCurrentData());
+    EXPECT_EQ(0u, buffer.GetCapacity());
+}

@@ -1,0 +1,8 @@
+#include "Tool.h"
+
+#include <unistd.h>
+
+bool Tool::StandardErrorIsTerminal()
+{
+    return isatty(STDERR_FILENO) != 0;
+}
