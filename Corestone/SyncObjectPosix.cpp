@@ -190,10 +190,10 @@ struct ThreadState
     }
 };
 
-// Initial-exec: the library is loaded with the program (or early enough for the C library's
-// reserve of static TLS), and every wait and release finds its thread with one load instead of a
-// call to __tls_get_addr.
-thread_local ThreadState currentThread __attribute__((tls_model("initial-exec")));
+// The library may be loaded late (dlopen), when no static TLS is left to give, so this is an
+// ordinary dynamic thread-local; the descriptor dialect the library is built with keeps its reads
+// as cheap as a static one's while the library was loaded with the program.
+thread_local ThreadState currentThread;
 
 // --- The list of all mutexes, which a thread that ends searches for what it still holds ---
 

@@ -18,14 +18,22 @@ uint32_t Time::Us()
     return static_cast<uint32_t>(GetCounter());
 }
 
+// The frequency is read at load, but a static of another unit may read the clock before this
+// unit's initialisers have run: it then finds 0 and reads the frequency itself.
 uint64_t Time::GetCounterFrequency()
 {
-    return freq;
+    uint64_t frequency = __atomic_load_n(&freq, __ATOMIC_RELAXED);
+    if (frequency == 0)
+    {
+        frequency = QueryCounterFrequency();
+        __atomic_store_n(&freq, frequency, __ATOMIC_RELAXED);
+    }
+    return frequency;
 }
 
 double Time::GetSeconds()
 {
-    return static_cast<double>(GetCounter()) / static_cast<double>(freq);
+    return static_cast<double>(GetCounter()) / static_cast<double>(GetCounterFrequency());
 }
 
 void Time::SetFrameLockTime(double delta)
