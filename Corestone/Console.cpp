@@ -239,6 +239,10 @@ void Console::Print(const char * text)
 
 void Console::Printf(const char * format, ...)
 {
+    if (format == nullptr)
+    {
+        return;
+    }
     char buffer[1024];
     va_list arguments;
     va_start(arguments, format);

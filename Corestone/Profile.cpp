@@ -100,9 +100,10 @@ void PrintLine(Console & console, Profile::Info & info, std::uint64_t periodSeco
 }
 } // namespace
 
+// A scope without an info profiles nothing.
 Profile::Profile(Info * profiled) : info(nullptr), enclosing(nullptr)
 {
-    if ((profiled->enableMask & state.enableMask) != 0)
+    if (profiled != nullptr && (profiled->enableMask & state.enableMask) != 0)
     {
         info = profiled;
         enclosing = state.active;

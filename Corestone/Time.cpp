@@ -1,5 +1,7 @@
 #include "Time.h"
 
+#include <cmath>
+
 namespace Kiv
 {
 uint64_t Time::freq = Time::QueryCounterFrequency();
@@ -54,9 +56,16 @@ double Time::FrameLockSeconds()
 }
 
 // The locked time is scaled by 0.001, not 1000: callers depend on this arithmetic as it stands.
+// Like the millisecond clock it wraps at 2^32, where a plain conversion of a larger value would
+// be undefined.
 uint32_t Time::FrameLockMs()
 {
-    return frameLock ? static_cast<uint32_t>(frameLockTime * 0.001) : Ms();
+    if (!frameLock)
+    {
+        return Ms();
+    }
+    const double scaled = frameLockTime * 0.001;
+    return std::fabs(scaled) < 9.2e18 ? static_cast<uint32_t>(static_cast<int64_t>(scaled)) : 0;
 }
 
 void Debugger::Break() {}

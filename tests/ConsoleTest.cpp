@@ -58,6 +58,7 @@ TEST(Console, WrappingAndRingScrolling)
     EXPECT_EQ(Line(console, 0), "  42\x12");
     EXPECT_EQ(Line(console, 1), "\x12\x12   ");
     console.Printf("%s|%03d", "x", 7);
+    console.Printf(nullptr);
     EXPECT_EQ(Line(console, 1), "\x12\x12x|0");
 
     // Copies own their grid.

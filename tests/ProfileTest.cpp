@@ -93,6 +93,10 @@ TEST_F(ProfileTest, NestingChildTimeAndMasks)
         now += 7;
     }
     EXPECT_EQ(other.total, 7u);
+    {
+        Kiv::Profile none(nullptr);
+        EXPECT_EQ(Kiv::Profile::GetDepth(), 0);
+    }
 }
 
 TEST_F(ProfileTest, SortingAndTheDisplayedTable)

@@ -84,6 +84,18 @@ TEST(Time, FrameLockScalesByOneThousandth)
         Kiv::Time::IncFrame();
     EXPECT_EQ(Kiv::Time::FrameLockSeconds(), 32 * 40.0);
     EXPECT_EQ(Kiv::Time::FrameLockMs(), 1u);
+
+    // Milliseconds past 32 bits wrap as the clock does; so do times before zero.
+    ResetFrameLock();
+    Kiv::Time::SetFrameLockTime(1.0e13);
+    Kiv::Time::IncFrame();
+    Kiv::Time::IncFrame();
+    EXPECT_EQ(Kiv::Time::FrameLockMs(), uint32_t(10000000000ull % 4294967296ull));
+    ResetFrameLock();
+    Kiv::Time::SetFrameLockTime(-40000.0);
+    Kiv::Time::IncFrame();
+    Kiv::Time::IncFrame();
+    EXPECT_EQ(Kiv::Time::FrameLockMs(), uint32_t(-40));
     ResetFrameLock();
 }
 
