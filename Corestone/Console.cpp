@@ -317,8 +317,8 @@ void Console::ColorCell(std::int32_t position)
     }
 }
 
-// Blanked cells lose their colour: a span keeps what lies before and after them, in order, as
-// long as there is room for both parts.
+// Blanked cells lose their colour: a span keeps what lies before and after them, in order, while
+// the list has room (a split span needs one more entry; spans beyond the room are dropped).
 void Console::UncolorCells(std::int32_t first, std::int32_t count)
 {
     const std::int32_t end = first + count;
@@ -330,26 +330,31 @@ void Console::UncolorCells(std::int32_t first, std::int32_t count)
     }
     ColorSpan kept[maxColorSpans];
     std::int32_t keptCount = 0;
+    const auto keep = [&](const ColorSpan & span)
+    {
+        const bool room = span.length > 0 && keptCount < maxColorSpans;
+        if (room)
+        {
+            kept[keptCount++] = span;
+        }
+        return room;
+    };
+    bool lastKeptWhole = false;
     for (std::int32_t i = 0; i < spanCount; ++i)
     {
         const ColorSpan & span = spans[i];
-        const std::int32_t spanEnd = span.position + span.length;
         if (!touches(span))
         {
-            kept[keptCount++] = span;
+            lastKeptWhole = keep(span);
             continue;
         }
-        // The open run was cut: the next coloured cell starts a new one.
-        runOpen = runOpen && i != spanCount - 1;
-        if (span.position < first)
-        {
-            kept[keptCount++] = {span.position, first - span.position, span.color};
-        }
-        if (spanEnd > end && keptCount < maxColorSpans)
-        {
-            kept[keptCount++] = {end, spanEnd - end, span.color};
-        }
+        lastKeptWhole = false;
+        const std::int32_t spanEnd = span.position + span.length;
+        keep({span.position, std::max(first - span.position, 0), span.color});
+        keep({end, std::max(spanEnd - end, 0), span.color});
     }
+    // The open run grows on only while it is still the last span, whole.
+    runOpen = runOpen && lastKeptWhole;
     std::copy(kept, kept + keptCount, spans);
     spanCount = keptCount;
 }

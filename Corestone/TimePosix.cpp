@@ -141,10 +141,16 @@ bool Debugger::IsReadValid(const void * address, unsigned int size)
         return true;
     if (!address)
         return false;
+    // Once refused, the copy is not tried again.
+    static bool copyRefused = false;
     const char * start = static_cast<const char *>(address);
-    const int copied = ProbeByCopy(start, size);
-    if (copied >= 0)
-        return copied != 0;
+    if (!__atomic_load_n(&copyRefused, __ATOMIC_RELAXED))
+    {
+        const int copied = ProbeByCopy(start, size);
+        if (copied >= 0)
+            return copied != 0;
+        __atomic_store_n(&copyRefused, true, __ATOMIC_RELAXED);
+    }
     static ProbePipe pipe;
     return pipe.Probe(start, size);
 }
