@@ -232,19 +232,20 @@ TEST(Console, ColourSpansFollowTheTextOnTheGrid)
     }
 
     // A full list where a blanked line splits the first span: the newest spans give way.
+    constexpr int maxSpans = Kiv::Console::maxColorSpans;
     Kiv::Console full = Make(20, 4);
     full.Print(("<color:111111>" + std::string(50, 'q')).c_str());
-    while (full.GetColorSpanCount() < Kiv::Console::maxColorSpans)
+    while (full.GetColorSpanCount() < maxSpans)
     {
         full.Goto(0, 3);
         full.Print('q');
     }
     full.Goto(0, 0);
     full.NewLine();
-    ASSERT_EQ(full.GetColorSpanCount(), Kiv::Console::maxColorSpans);
+    ASSERT_EQ(full.GetColorSpanCount(), maxSpans);
     EXPECT_EQ(full.GetColorSpan(0).length, 20);
     EXPECT_EQ(full.GetColorSpan(1).position, 40);
     full.Print("qq");
-    EXPECT_EQ(full.GetColorSpanCount(), Kiv::Console::maxColorSpans);
-    EXPECT_EQ(full.GetColorSpan(Kiv::Console::maxColorSpans - 1).position, 60);
+    EXPECT_EQ(full.GetColorSpanCount(), maxSpans);
+    EXPECT_EQ(full.GetColorSpan(maxSpans - 1).position, 60);
 }
