@@ -125,16 +125,26 @@ private:
     // load through a descriptor, which works when the library is loaded late as well.
     static uintptr_t CurrentThread()
     {
+        // While the process is alone, the caller is its first thread. Once another thread has
+        // started the flag stays off, so no other thread ever takes this shortcut.
+        if (IsSingleThreadedProcess())
+        {
+            return firstThreadNumber;
+        }
         const uintptr_t number = threadNumber;
         return number != 0 ? number : NumberThisThread();
     }
+    // The first thread (whose id is the process id) keeps the number it used while it was alone.
     __attribute__((noinline)) static uintptr_t NumberThisThread()
     {
-        threadNumber = __atomic_add_fetch(&lastThreadNumber, 1, __ATOMIC_RELAXED);
+        threadNumber = syscall(SYS_gettid) == getpid()
+                           ? firstThreadNumber
+                           : __atomic_add_fetch(&lastThreadNumber, 1, __ATOMIC_RELAXED);
         return threadNumber;
     }
+    static constexpr uintptr_t firstThreadNumber = 1;
     static inline thread_local uintptr_t threadNumber = 0;
-    static inline uintptr_t lastThreadNumber = 0;
+    static inline uintptr_t lastThreadNumber = firstThreadNumber;
     // Only this thread ever writes its own identity into owner, so seeing it there means it
     // holds the lock, whatever other threads are storing meanwhile.
     bool EnterAgain(uintptr_t self)

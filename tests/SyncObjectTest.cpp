@@ -9,6 +9,7 @@
 #include <link.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 #endif
 
 #include <atomic>
@@ -634,6 +635,46 @@ int RunProgram(std::vector<std::string> words)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 } // namespace
+
+constexpr char firstThreadChild[] = "CORESTONE_FIRST_THREAD_CHILD";
+
+// In a fresh process the first thread enters a section while it is alone and again once other
+// threads have started: it is the same owner both times, and another thread still has to wait.
+TEST(SyncObject, FirstThreadStaysTheOwnerWhenThreadsStart)
+{
+    if (getenv(firstThreadChild) == nullptr)
+    {
+        char self[4096];
+        const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+        ASSERT_GT(length, 0);
+        self[length] = '\0';
+        setenv(firstThreadChild, "1", 1);
+        const int code =
+            RunProgram({self, "--gtest_filter=SyncObject.FirstThreadStaysTheOwnerWhenThreadsStart"});
+        unsetenv(firstThreadChild);
+        EXPECT_EQ(code, 0);
+        return;
+    }
+    alarm(60); // a section that mistakes its own owner deadlocks: the child ends instead
+    Kiv::CriticalSection section;
+    section.Lock();
+    std::thread([] {}).join();
+    section.Lock();
+    Kiv::WEvent entered(true, false);
+    std::thread other(
+        [&]
+        {
+            section.Lock();
+            entered.Set();
+            section.Unlock();
+        });
+    EXPECT_FALSE(entered.Lock(200));
+    section.Unlock();
+    EXPECT_FALSE(entered.Lock(200)) << "still held once";
+    section.Unlock();
+    EXPECT_TRUE(entered.Lock(mustHappen));
+    other.join();
+}
 
 // A host may load the library late, through dlopen, when the static TLS reserved at start-up is
 // used up: the library must not ask for any, and must work when loaded that way.
