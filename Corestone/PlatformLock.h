@@ -121,8 +121,8 @@ private:
     // The owner is a number given to each thread on its first lock and never given again, as a
     // Win32 thread id is not reused while a section still names it: a thread that ends holding
     // the section leaves it held, and a later thread that happens to reuse the dead one's stack
-    // and thread block blocks instead of entering as the owner. Reading it costs one thread-local
-    // load through a descriptor, which works when the library is loaded late as well.
+    // and thread block blocks instead of entering as the owner. It is an ordinary dynamic
+    // thread-local, so the library can also be loaded late, through dlopen.
     static uintptr_t CurrentThread()
     {
         // While the process is alone, the caller is its first thread. Once another thread has

@@ -178,8 +178,7 @@ struct ThreadState
 };
 
 // The library may be loaded late (dlopen), when no static TLS is left to give, so these are
-// ordinary dynamic thread-locals; the descriptor dialect the library is built with keeps their
-// reads about as cheap as static ones.
+// ordinary dynamic thread-locals, each read a call into the loader's lookup.
 thread_local ThreadState currentThread;
 
 struct ThreadEnd
