@@ -30,19 +30,19 @@ char * FormatLocalNow(char * buffer, const char * format)
 
 // write() reports EFAULT for an unreadable source instead of faulting. Where the system cannot
 // read this process's memory for itself (emulators, strict sandboxes), one pipe, opened on first
-// need and drained after each piece under its lock, probes the range instead.
+// need (again while the process has no descriptor to spare) and drained after each piece under
+// its lock, probes the range instead.
 class ProbePipe
 {
 public:
-    ProbePipe()
-    {
-        if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
-            ends[0] = ends[1] = -1;
-    }
+    ProbePipe() = default;
     ~ProbePipe()
     {
-        close(ends[0]);
-        close(ends[1]);
+        if (ends[0] >= 0)
+        {
+            close(ends[0]);
+            close(ends[1]);
+        }
     }
     ProbePipe(const ProbePipe &) = delete;
     ProbePipe & operator=(const ProbePipe &) = delete;
@@ -50,6 +50,11 @@ public:
     bool Probe(const char * p, size_t size)
     {
         std::lock_guard<std::mutex> hold(lock);
+        if (ends[0] < 0 && pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
+        {
+            ends[0] = ends[1] = -1;
+            return false;
+        }
         char drain[4096];
         while (size > 0)
         {
@@ -66,7 +71,7 @@ public:
     }
 
 private:
-    int ends[2];
+    int ends[2] = {-1, -1};
     std::mutex lock;
 };
 
