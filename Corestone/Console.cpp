@@ -98,6 +98,8 @@ void Console::CopyFrom(const Console & other)
     std::copy(other.spans, other.spans + other.spanCount, spans);
     spanCount = other.spanCount;
     spanOpen = other.spanOpen;
+    runOpen = other.runOpen;
+    openColor = other.openColor;
 }
 
 bool Console::Init(const Size & size)
@@ -125,7 +127,7 @@ void Console::Done()
     width = height = 0;
     top = line = column = 0;
     spanCount = 0;
-    spanOpen = false;
+    spanOpen = runOpen = false;
 }
 
 void Console::Clear()
@@ -136,7 +138,7 @@ void Console::Clear()
     }
     top = line = column = 0;
     spanCount = 0;
-    spanOpen = false;
+    spanOpen = runOpen = false;
 }
 
 void Console::Goto(int x, int y)
@@ -163,6 +165,7 @@ void Console::NewLine()
         top = (top + 1) % height;
     }
     BlankLine(line);
+    UncolorCells(line * width, width);
 }
 
 void Console::BlankLine(int ringLine)
@@ -185,9 +188,7 @@ void Console::Put(char c)
     ++column;
     if (spanOpen)
     {
-        ColorSpan & span = spans[spanCount - 1];
-        span.position = span.length == 0 ? position : span.position;
-        ++span.length;
+        ColorCell(position);
     }
 }
 
@@ -238,6 +239,10 @@ void Console::Print(const char * text)
 
 void Console::Printf(const char * format, ...)
 {
+    if (format == nullptr)
+    {
+        return;
+    }
     char buffer[1024];
     va_list arguments;
     va_start(arguments, format);
@@ -286,20 +291,78 @@ int Console::Tag(const char * text)
 void Console::OpenSpan(std::uint32_t color)
 {
     CloseSpan();
-    if (spanCount < maxColorSpans)
-    {
-        spans[spanCount++] = {0, 0, color};
-        spanOpen = true;
-    }
+    spanOpen = true;
+    openColor = color;
 }
 
 void Console::CloseSpan()
 {
-    if (spanOpen && spans[spanCount - 1].length == 0)
+    spanOpen = runOpen = false;
+}
+
+// A cell next to the open run lengthens it; any other cell (after a Goto, a line feed or the ring
+// wrapping to its first line) starts a new run, so a span never reaches past the buffer.
+void Console::ColorCell(std::int32_t position)
+{
+    ColorSpan * run = runOpen ? &spans[spanCount - 1] : nullptr;
+    if (run != nullptr && run->position + run->length == position)
     {
-        --spanCount;
+        ++run->length;
+        return;
     }
-    spanOpen = false;
+    runOpen = spanCount < maxColorSpans;
+    if (runOpen)
+    {
+        spans[spanCount++] = {position, 1, openColor};
+    }
+}
+
+// Blanked cells lose their colour: a span keeps what lies before and after them, in order, while
+// the list has room (a split span needs one more entry; spans beyond the room are dropped).
+void Console::UncolorCells(std::int32_t first, std::int32_t count)
+{
+    const std::int32_t end = first + count;
+    const auto touches = [&](const ColorSpan & span)
+    { return span.position < end && span.position + span.length > first; };
+    if (std::none_of(spans, spans + spanCount, touches))
+    {
+        return;
+    }
+    ColorSpan kept[maxColorSpans];
+    std::int32_t keptCount = 0;
+    const auto keep = [&](const ColorSpan & span)
+    {
+        const bool room = span.length > 0 && keptCount < maxColorSpans;
+        if (room)
+        {
+            kept[keptCount++] = span;
+        }
+        return room;
+    };
+    bool lastKeptWhole = false;
+    for (std::int32_t i = 0; i < spanCount; ++i)
+    {
+        const ColorSpan & span = spans[i];
+        if (!touches(span))
+        {
+            lastKeptWhole = keep(span);
+            continue;
+        }
+        lastKeptWhole = false;
+        const std::int32_t spanEnd = span.position + span.length;
+        keep({span.position, std::max(first - span.position, 0), span.color});
+        keep({end, std::max(spanEnd - end, 0), span.color});
+    }
+    // The open run grows on only while it is still the last span, whole.
+    runOpen = runOpen && lastKeptWhole;
+    std::copy(kept, kept + keptCount, spans);
+    spanCount = keptCount;
+}
+
+const Console::ColorSpan & Console::GetColorSpan(int i) const
+{
+    static const ColorSpan none = {0, 0, 0};
+    return i >= 0 && i < spanCount ? spans[i] : none;
 }
 
 std::int32_t Console::StringToHex(const char * text, int maxDigits)
@@ -339,23 +402,20 @@ void Console::BlitToMono(unsigned char * screen) const
 
 void Console::BlitToMono44(int x, int y, unsigned char * screen) const
 {
-    if (screen == nullptr || x >= monoColumns || x <= -width || y >= monoRows || y <= -height)
+    if (screen == nullptr || x >= monoColumns || x <= -width)
     {
         return;
     }
-    for (int row = 0; row < height; ++row)
+    const int first = std::max(0, -x);
+    const int last = std::min(width, monoColumns - x);
+    // Lines above the buffer are skipped; below it, the buffer is the caller's to size.
+    for (int row = y >= 0 ? 0 : (y > -height ? -y : height); row < height; ++row)
     {
-        const int screenRow = y + row;
-        if (screenRow < 0 || screenRow >= monoRows)
-        {
-            continue;
-        }
+        const auto lineStart = static_cast<std::ptrdiff_t>((std::int64_t(y) + row) * monoLineBytes);
         const char * source = GetLine(row);
-        const int first = std::max(0, -x);
-        const int last = std::min(width, monoColumns - x);
         for (int c = first; c < last; ++c)
         {
-            screen[screenRow * monoLineBytes + 2 * (x + c)] = static_cast<unsigned char>(source[c]);
+            screen[lineStart + 2 * (x + c)] = static_cast<unsigned char>(source[c]);
         }
     }
 }

@@ -118,16 +118,33 @@ struct PlatformLock
     }
 
 private:
-    // Any word that differs between threads alive at the same time will do: the thread pointer
-    // costs one load, where a thread_local in a shared library costs a call.
+    // The owner is a number given to each thread on its first lock and never given again, as a
+    // Win32 thread id is not reused while a section still names it: a thread that ends holding
+    // the section leaves it held, and a later thread that happens to reuse the dead one's stack
+    // and thread block blocks instead of entering as the owner. It is an ordinary dynamic
+    // thread-local, so the library can also be loaded late, through dlopen.
     static uintptr_t CurrentThread()
     {
-#if defined(__i386__) || defined(__x86_64__) || defined(__aarch64__)
-        return reinterpret_cast<uintptr_t>(__builtin_thread_pointer());
-#else
-        return static_cast<uintptr_t>(pthread_self());
-#endif
+        // While the process is alone, the caller is its first thread. Once another thread has
+        // started the flag stays off, so no other thread ever takes this shortcut.
+        if (IsSingleThreadedProcess())
+        {
+            return firstThreadNumber;
+        }
+        const uintptr_t number = threadNumber;
+        return number != 0 ? number : NumberThisThread();
     }
+    // The first thread (whose id is the process id) keeps the number it used while it was alone.
+    __attribute__((noinline)) static uintptr_t NumberThisThread()
+    {
+        threadNumber = syscall(SYS_gettid) == getpid()
+                           ? firstThreadNumber
+                           : __atomic_add_fetch(&lastThreadNumber, 1, __ATOMIC_RELAXED);
+        return threadNumber;
+    }
+    static constexpr uintptr_t firstThreadNumber = 1;
+    static inline thread_local uintptr_t threadNumber = 0;
+    static inline uintptr_t lastThreadNumber = firstThreadNumber;
     // Only this thread ever writes its own identity into owner, so seeing it there means it
     // holds the lock, whatever other threads are storing meanwhile.
     bool EnterAgain(uintptr_t self)

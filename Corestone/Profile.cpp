@@ -56,8 +56,9 @@ std::uint32_t Now()
     return state.clock();
 }
 
-// The one place the profiler's report leaves the library.
-void WriteReportLine(const char * line)
+// The one place the profiler's report leaves the library: a line for the log at level Diag. The
+// log client takes it here once the log exists; until then it goes to the debugger output.
+void WriteDiagnosticLine(const char * line)
 {
     Debugger::Output(line);
 }
@@ -99,9 +100,10 @@ void PrintLine(Console & console, Profile::Info & info, std::uint64_t periodSeco
 }
 } // namespace
 
+// A scope without an info profiles nothing.
 Profile::Profile(Info * profiled) : info(nullptr), enclosing(nullptr)
 {
-    if ((profiled->enableMask & state.enableMask) != 0)
+    if (profiled != nullptr && (profiled->enableMask & state.enableMask) != 0)
     {
         info = profiled;
         enclosing = state.active;
@@ -311,31 +313,34 @@ void Profile::Display(float elapsedSeconds, Console & console, int maxLines)
     }
 }
 
+// The table may be sorted by count or average, so a quiet function can come before a costly one:
+// the whole table is searched.
 void Profile::LogDisplay()
 {
     Sort();
-    for (int i = 0; i < std::min(state.funcCount, logDisplayLines); ++i)
+    for (int i = 0, written = 0; i < state.funcCount && written < logDisplayLines; ++i)
     {
         const Info & info = *state.funcs[i];
-        if (info.total < minShownTotal)
+        if (info.total >= minShownTotal)
         {
-            break;
+            char line[128];
+            std::snprintf(line, sizeof line, "Profile: %-28.28s %6u calls %8u us\n", info.name, info.count,
+                          info.total);
+            WriteDiagnosticLine(line);
+            ++written;
         }
-        char line[128];
-        std::snprintf(line, sizeof line, "Profile: %-28.28s %6u calls %8u us\n", info.name, info.count,
-                      info.total);
-        WriteReportLine(line);
     }
 }
 
 std::int32_t Profile::RegisterTracePoint(const char * name)
 {
-    for (int i = 0; i < state.traceNameCount; ++i)
+    if (name == nullptr)
     {
-        if (std::strcmp(state.traceNames[i], name) == 0)
-        {
-            return i;
-        }
+        return invalidTracePoint;
+    }
+    if (std::strcmp(name, state.traceNames[0]) == 0)
+    {
+        return 0;
     }
     if (state.traceNameCount == maxTracePoints)
     {
@@ -345,9 +350,11 @@ std::int32_t Profile::RegisterTracePoint(const char * name)
     return state.traceNameCount++;
 }
 
+// Only the invalid point is refused: any other number is recorded as it is, for the reader of
+// the trace to make sense of.
 void Profile::TracePoint(std::int32_t point)
 {
-    if (point < 0 || point >= state.traceNameCount)
+    if (point == invalidTracePoint)
     {
         return;
     }

@@ -190,9 +190,10 @@ float Rand::Gaussian(float mean, float deviation)
         v = UnitFloat(GetRandom()) * 2.0f - 1.0f;
         s = v * v + u * u;
     } while (s >= 1.0f);
-    // The logarithm is taken in double precision and rounded, which every runtime gets alike.
+    // Only the logarithm and the factor are rounded to single precision; the quotient and the root
+    // stay in double. Recorded sequences depend on exactly these roundings.
     const auto logarithm = static_cast<float>(std::log(static_cast<double>(s)));
-    const float factor = std::sqrt(-2.0f * logarithm / s);
+    const auto factor = static_cast<float>(std::sqrt(-2.0 * logarithm / s));
     gaussianSpare = factor * v;
     hasSpare = true;
     const float deviate = factor * u;

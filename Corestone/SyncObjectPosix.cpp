@@ -169,17 +169,27 @@ bool Latched(KernelObject * const * objects, uint32_t count, Act act)
     return all;
 }
 
-// The thread's identity as a mutex owner. Its destructor runs when the thread ends and abandons
-// every mutex the thread still holds.
+// The thread's identity as a mutex owner. It has no destructor, so finding it is one
+// thread-local read with no guard; the first time a thread asks, a second thread-local with a
+// destructor is touched, which abandons every mutex the thread still holds when it ends.
 struct ThreadState
 {
-    ~ThreadState()
+    bool watched = false;
+};
+
+// The library may be loaded late (dlopen), when no static TLS is left to give, so these are
+// ordinary dynamic thread-locals, each read a call into the loader's lookup.
+thread_local ThreadState currentThread;
+
+struct ThreadEnd
+{
+    ~ThreadEnd()
     {
         std::lock_guard<std::mutex> hold(gate);
         for (KernelObject * mutex = firstMutex; mutex != nullptr; mutex = mutex->nextMutex)
         {
             PinnedRecord pinned(mutex);
-            if (mutex->owner == this)
+            if (mutex->owner == &currentThread)
             {
                 mutex->owner = nullptr;
                 mutex->recursion = 0;
@@ -190,10 +200,23 @@ struct ThreadState
     }
 };
 
-// Initial-exec: the library is loaded with the program (or early enough for the C library's
-// reserve of static TLS), and every wait and release finds its thread with one load instead of a
-// call to __tls_get_addr.
-thread_local ThreadState currentThread __attribute__((tls_model("initial-exec")));
+thread_local ThreadEnd threadEnd;
+
+__attribute__((noinline)) void WatchThreadEnd(ThreadState * thread)
+{
+    thread->watched = true;
+    static_cast<void>(&threadEnd);
+}
+
+ThreadState * CurrentThreadState()
+{
+    ThreadState * thread = &currentThread;
+    if (!thread->watched)
+    {
+        WatchThreadEnd(thread);
+    }
+    return thread;
+}
 
 // --- The list of all mutexes, which a thread that ends searches for what it still holds ---
 
@@ -526,7 +549,7 @@ void * CreateOrOpen(KernelObject::Kind kind, const char * name, Init init)
 
 void * CreateMutexObject(bool initiallyOwned, const char * name)
 {
-    ThreadState * thread = &currentThread;
+    ThreadState * thread = CurrentThreadState();
     return CreateOrOpen(KernelObject::mutexKind, name,
                         [=](KernelObject * mutex)
                         {
@@ -574,7 +597,7 @@ bool CloseObject(void * handle)
 
 uint32_t WaitMultiple(uint32_t count, void * const * handles, bool waitAll, uint32_t milliseconds)
 {
-    ThreadState * thread = &currentThread;
+    ThreadState * thread = CurrentThreadState();
     if (!ValidWait(count, handles, waitAll))
     {
         return waitFailed;
@@ -605,7 +628,7 @@ uint32_t WaitMultiple(uint32_t count, void * const * handles, bool waitAll, uint
 
 bool ReleaseMutexObject(void * handle)
 {
-    ThreadState * thread = &currentThread;
+    ThreadState * thread = CurrentThreadState();
     return ChangeRecord(handle, KernelObject::mutexKind,
                         [thread](KernelObject * mutex)
                         {

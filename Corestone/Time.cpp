@@ -1,5 +1,7 @@
 #include "Time.h"
 
+#include <cmath>
+
 namespace Kiv
 {
 uint64_t Time::freq = Time::QueryCounterFrequency();
@@ -18,14 +20,22 @@ uint32_t Time::Us()
     return static_cast<uint32_t>(GetCounter());
 }
 
+// The frequency is read at load, but a static of another unit may read the clock before this
+// unit's initialisers have run: it then finds 0 and reads the frequency itself.
 uint64_t Time::GetCounterFrequency()
 {
-    return freq;
+    uint64_t frequency = __atomic_load_n(&freq, __ATOMIC_RELAXED);
+    if (frequency == 0)
+    {
+        frequency = QueryCounterFrequency();
+        __atomic_store_n(&freq, frequency, __ATOMIC_RELAXED);
+    }
+    return frequency;
 }
 
 double Time::GetSeconds()
 {
-    return static_cast<double>(GetCounter()) / static_cast<double>(freq);
+    return static_cast<double>(GetCounter()) / static_cast<double>(GetCounterFrequency());
 }
 
 void Time::SetFrameLockTime(double delta)
@@ -46,9 +56,16 @@ double Time::FrameLockSeconds()
 }
 
 // The locked time is scaled by 0.001, not 1000: callers depend on this arithmetic as it stands.
+// Like the millisecond clock it wraps at 2^32, where a plain conversion of a larger value would
+// be undefined.
 uint32_t Time::FrameLockMs()
 {
-    return frameLock ? static_cast<uint32_t>(frameLockTime * 0.001) : Ms();
+    if (!frameLock)
+    {
+        return Ms();
+    }
+    const double scaled = frameLockTime * 0.001;
+    return std::fabs(scaled) < 9.2e18 ? static_cast<uint32_t>(static_cast<int64_t>(scaled)) : 0;
 }
 
 void Debugger::Break() {}

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,7 @@ TEST(Console, WrappingAndRingScrolling)
     EXPECT_EQ(Line(console, 0), "  42\x12");
     EXPECT_EQ(Line(console, 1), "\x12\x12   ");
     console.Printf("%s|%03d", "x", 7);
+    console.Printf(nullptr);
     EXPECT_EQ(Line(console, 1), "\x12\x12x|0");
 
     // Copies own their grid.
@@ -106,11 +108,12 @@ TEST(Console, ColourTags)
     EXPECT_EQ(Kiv::Console::StringToHex(nullptr, 8), 0);
 }
 
+// Screen buffers are sized exactly, so a write past them shows under the address sanitizer.
 TEST(Console, BlitToMonoWritesCharactersIntoEvenBytes)
 {
     Kiv::Console console = Make(3, 2);
     console.Print("abc\nde\nf");
-    std::vector<unsigned char> screen(Kiv::Console::monoLineBytes * Kiv::Console::monoRows, 0x07);
+    std::vector<unsigned char> screen(Kiv::Console::monoLineBytes * 2, 0x07);
     console.BlitToMono(screen.data());
     const unsigned char expected[] = {'d', 7, 'e', 7, ' ', 7, 7, 7};
     EXPECT_EQ(std::vector<unsigned char>(screen.begin(), screen.begin() + 8),
@@ -119,14 +122,130 @@ TEST(Console, BlitToMonoWritesCharactersIntoEvenBytes)
     EXPECT_EQ(screen[162], ' ');
     EXPECT_EQ(screen[161], 7);
 
-    // At a position, cut off at the screen's right and bottom edges.
-    std::vector<unsigned char> placed(screen.size(), 0);
-    console.BlitToMono44(78, 24, placed.data());
-    EXPECT_EQ(placed[24 * 160 + 156], 'd');
-    EXPECT_EQ(placed[24 * 160 + 158], 'e');
-    EXPECT_EQ(std::count(placed.begin(), placed.end(), 0), static_cast<long>(placed.size()) - 2);
-    std::vector<unsigned char> left(screen.size(), 0);
+    // At a position: cut off at the right edge and above the first line, but not below the 25th.
+    std::vector<unsigned char> placed(Kiv::Console::monoLineBytes * 32, 0);
+    console.BlitToMono44(78, 30, placed.data());
+    EXPECT_EQ(placed[30 * 160 + 156], 'd');
+    EXPECT_EQ(placed[30 * 160 + 158], 'e');
+    EXPECT_EQ(placed[31 * 160 + 156], 'f');
+    EXPECT_EQ(std::count(placed.begin(), placed.end(), 0), static_cast<long>(placed.size()) - 4);
+    std::vector<unsigned char> left(Kiv::Console::monoLineBytes, 0);
     console.BlitToMono44(-2, -1, left.data());
     EXPECT_EQ(left[0], ' ');
     EXPECT_EQ(std::count(left.begin(), left.end(), 0), static_cast<long>(left.size()) - 1);
+    console.BlitToMono44(INT_MIN, 0, left.data());
+    console.BlitToMono44(0, INT_MIN, left.data());
+    console.BlitToMono44(INT_MAX, 0, left.data());
+    EXPECT_EQ(std::count(left.begin(), left.end(), 0), static_cast<long>(left.size()) - 1);
+
+    // A 25 x 10 pane at column 65 of line 28 ends on line 37 of a 50-line display.
+    Kiv::Console pane = Make(25, 10);
+    for (int row = 0; row < 10; ++row)
+    {
+        pane.Printf("%s%d", row == 0 ? "" : "\n", row);
+    }
+    std::vector<unsigned char> display(Kiv::Console::monoLineBytes * 50, 0);
+    pane.BlitToMono44(65, 28, display.data());
+    EXPECT_EQ(display[28 * 160 + 130], '0');
+    EXPECT_EQ(display[37 * 160 + 130], '9');
+    EXPECT_EQ(display[37 * 160 + 158], ' ');
+    EXPECT_EQ(display[38 * 160 + 130], 0);
+}
+
+namespace
+{
+// Checks that every span lies on the grid, covers cells showing the coloured character and
+// nothing else does; answers the cells covered.
+int CheckSpans(const Kiv::Console & console, char coloured)
+{
+    const int cells = console.GetWidth() * console.GetHeight();
+    // The line nearest the start of the buffer is its first.
+    const char * buffer = console.GetLine(0);
+    for (int row = 1; row < console.GetHeight(); ++row)
+    {
+        buffer = std::min(buffer, console.GetLine(row));
+    }
+    std::vector<int> cover(cells, 0);
+    for (int i = 0; i < console.GetColorSpanCount(); ++i)
+    {
+        const Kiv::Console::ColorSpan & span = console.GetColorSpan(i);
+        EXPECT_GT(span.length, 0);
+        EXPECT_GE(span.position, 0);
+        EXPECT_LE(span.position + span.length, cells) << "span " << i;
+        for (int c = std::max(span.position, 0); c < std::min(span.position + span.length, cells); ++c)
+        {
+            ++cover[c];
+        }
+    }
+    int covered = 0;
+    for (int c = 0; c < cells; ++c)
+    {
+        EXPECT_EQ(cover[c], buffer[c] == coloured ? 1 : 0) << "cell " << c;
+        covered += cover[c];
+    }
+    return covered;
+}
+} // namespace
+
+TEST(Console, ColourSpansFollowTheTextOnTheGrid)
+{
+    // Coloured text wraps past the last line to the first: the spans stay on the grid.
+    Kiv::Console wrapped = Make(10, 3);
+    wrapped.Print(("<color:FF0000>" + std::string(45, 'x') + "</color>").c_str());
+    EXPECT_EQ(CheckSpans(wrapped, 'x'), 25);
+
+    // A coloured line scrolled away takes its colour with it; the plain text in its place has none.
+    Kiv::Console scrolled = Make(10, 2);
+    scrolled.Print("<color:00FF00>green</color>\nplain\nwhite");
+    EXPECT_EQ(CheckSpans(scrolled, 'g'), 0);
+    EXPECT_EQ(scrolled.GetColorSpanCount(), 0);
+
+    // A line blanked inside a span splits it; printing on goes on in the open colour.
+    Kiv::Console split = Make(10, 3);
+    split.Print(("<color:0000FF>" + std::string(25, 'c')).c_str());
+    split.Goto(0, 0);
+    split.NewLine();
+    ASSERT_EQ(split.GetColorSpanCount(), 2);
+    EXPECT_EQ(split.GetColorSpan(0).position, 0);
+    EXPECT_EQ(split.GetColorSpan(0).length, 10);
+    EXPECT_EQ(split.GetColorSpan(1).position, 20);
+    EXPECT_EQ(split.GetColorSpan(1).length, 5);
+    split.Print("cc</color>");
+    EXPECT_EQ(CheckSpans(split, 'c'), 17);
+    EXPECT_EQ(split.GetColorSpan(2).position, 10);
+    EXPECT_EQ(split.GetColorSpan(2).color, 0xFF0000u);
+
+    // Indices outside the list give an empty span.
+    for (int index : {-1, split.GetColorSpanCount(), 1000, INT_MIN})
+    {
+        EXPECT_EQ(split.GetColorSpan(index).length, 0);
+    }
+
+    // Hundreds of coloured lines through a small ring: the list never overflows and always holds
+    // exactly what is on screen.
+    Kiv::Console busy = Make(7, 4);
+    for (int i = 0; i < 600; ++i)
+    {
+        busy.Print(i % 3 == 0 ? "<color:123456>k</color>p.\n" : "<color:ABCDEF>kkkkkkkkkk</color>\n");
+        CheckSpans(busy, 'k');
+        ASSERT_FALSE(testing::Test::HasFailure()) << "after line " << i;
+    }
+
+    // A full list where a blanked line splits the first span: the newest spans give way.
+    constexpr int maxSpans = Kiv::Console::maxColorSpans;
+    Kiv::Console full = Make(20, 4);
+    full.Print(("<color:111111>" + std::string(50, 'q')).c_str());
+    while (full.GetColorSpanCount() < maxSpans)
+    {
+        full.Goto(0, 3);
+        full.Print('q');
+    }
+    full.Goto(0, 0);
+    full.NewLine();
+    ASSERT_EQ(full.GetColorSpanCount(), maxSpans);
+    EXPECT_EQ(full.GetColorSpan(0).length, 20);
+    EXPECT_EQ(full.GetColorSpan(1).position, 40);
+    full.Print("qq");
+    EXPECT_EQ(full.GetColorSpanCount(), maxSpans);
+    EXPECT_EQ(full.GetColorSpan(maxSpans - 1).position, 60);
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <deque>
 #include <string>
 
 namespace
@@ -26,6 +27,7 @@ protected:
         Kiv::Profile::Enable(1);
         Kiv::Profile::ChildTime(false);
         Kiv::Profile::SetDisplayFrequency(1.0f);
+        Kiv::Profile::SortBy(Kiv::Profile::SortOption::Total);
         Kiv::Profile::Reset();
     }
     void TearDown() override
@@ -46,6 +48,12 @@ void RunParentAndChild(Kiv::Profile::Info & parent, Kiv::Profile::Info & child)
         now += 100;
     }
     now += 5;
+}
+
+void Spend(Kiv::Profile::Info & info, std::uint32_t microseconds)
+{
+    Kiv::Profile scope(&info);
+    now += microseconds;
 }
 
 std::string Line(const Kiv::Console & console, int row)
@@ -85,6 +93,10 @@ TEST_F(ProfileTest, NestingChildTimeAndMasks)
         now += 7;
     }
     EXPECT_EQ(other.total, 7u);
+    {
+        Kiv::Profile none(nullptr);
+        EXPECT_EQ(Kiv::Profile::GetDepth(), 0);
+    }
 }
 
 TEST_F(ProfileTest, SortingAndTheDisplayedTable)
@@ -172,11 +184,54 @@ TEST_F(ProfileTest, SortingAndTheDisplayedTable)
     EXPECT_EQ(Line(console, 0), "");
 }
 
+#ifndef _WIN32
+// The report is written at the log's diagnostic level, which is standard error until a log exists.
+TEST_F(ProfileTest, LogDisplaySearchesTheWholeTableForCostlyFunctions)
+{
+    // Sorted by count, a function of many cheap calls comes before the costly ones.
+    static Kiv::Profile::Info chatty("chatty"), costly("costly"), edge("edge"), under("under");
+    for (int i = 0; i < 40; ++i)
+    {
+        Spend(chatty, 1);
+    }
+    Spend(costly, 500);
+    Spend(edge, 64);
+    Spend(under, 63);
+    Kiv::Profile::SortBy(Kiv::Profile::SortOption::Count);
+    testing::internal::CaptureStderr();
+    Kiv::Profile::LogDisplay();
+    std::string report = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(Kiv::Profile::GetFuncs()[0], &chatty);
+    EXPECT_NE(report.find("costly"), std::string::npos) << report;
+    EXPECT_NE(report.find("edge"), std::string::npos) << report;
+    EXPECT_EQ(report.find("under"), std::string::npos) << report;
+    EXPECT_EQ(report.find("chatty"), std::string::npos) << report;
+
+    // At most 20 lines, however many functions qualify.
+    static std::deque<std::string> names;
+    static std::deque<Kiv::Profile::Info> crowd;
+    for (int i = 0; i < 25; ++i)
+    {
+        names.push_back("crowd" + std::to_string(i));
+        crowd.emplace_back(names.back().c_str());
+        Spend(crowd.back(), 100);
+    }
+    testing::internal::CaptureStderr();
+    Kiv::Profile::LogDisplay();
+    report = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(report.begin(), report.end(), '\n'), 20) << report;
+}
+#endif
+
 TEST_F(ProfileTest, TraceRing)
 {
     EXPECT_EQ(Kiv::Profile::RegisterTracePoint("START"), 0);
+    EXPECT_EQ(Kiv::Profile::RegisterTracePoint(nullptr), -337);
     const std::int32_t first = Kiv::Profile::RegisterTracePoint("first");
-    EXPECT_EQ(Kiv::Profile::RegisterTracePoint("first"), first);
+    EXPECT_EQ(first, 1);
+    // Each registration takes a point of its own, whatever its name; "START" is always 0.
+    EXPECT_EQ(Kiv::Profile::RegisterTracePoint("first"), 2);
+    EXPECT_EQ(Kiv::Profile::RegisterTracePoint("START"), 0);
     static char names[Kiv::Profile::maxTracePoints][16];
     while (Kiv::Profile::GetNumTracePoints() < Kiv::Profile::maxTracePoints)
     {
@@ -193,24 +248,28 @@ TEST_F(ProfileTest, TraceRing)
     Kiv::Profile::TracePoint(0);
     const int frame = (startFrame + 1) % Kiv::Profile::traceFrames;
     EXPECT_EQ(Kiv::Profile::GetTraceFrame(), frame);
+    // Only the invalid point is dropped; numbers no name was given are recorded as they come.
     Kiv::Profile::TracePoint(-337);
     Kiv::Profile::TracePoint(5000);
+    Kiv::Profile::TracePoint(-1);
     now = 1010;
     Kiv::Profile::TracePoint(first);
     const Kiv::Profile::TraceFrame & recorded = Kiv::Profile::GetFrameTraceData()[frame];
-    ASSERT_EQ(recorded.count, 2u);
+    ASSERT_EQ(recorded.count, 4u);
     EXPECT_EQ(recorded.entries[0].point, 0);
-    EXPECT_EQ(recorded.entries[1].point, first);
-    EXPECT_EQ(recorded.entries[1].time, 1010u);
+    EXPECT_EQ(recorded.entries[1].point, 5000);
+    EXPECT_EQ(recorded.entries[2].point, -1);
+    EXPECT_EQ(recorded.entries[3].point, first);
+    EXPECT_EQ(recorded.entries[3].time, 1010u);
 
-    // A frame keeps its first 128 points.
+    // A frame keeps its first 128 points, whatever numbers come after.
     for (int i = 0; i < 200; ++i)
     {
         now = 2000 + i;
-        Kiv::Profile::TracePoint(1 + i % 100);
+        Kiv::Profile::TracePoint(1 + i * 1000003);
     }
     EXPECT_EQ(recorded.count, 128u);
-    EXPECT_EQ(recorded.entries[127].time, 2000u + 125);
+    EXPECT_EQ(recorded.entries[127].time, 2000u + 123);
 
     // The ring wraps after 128 frames and a new frame starts empty.
     for (int i = 0; i < Kiv::Profile::traceFrames; ++i)

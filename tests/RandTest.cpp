@@ -138,7 +138,8 @@ struct RandGolden
     std::uint32_t after10000;
 };
 
-// Recorded once; every target must reproduce them bit for bit.
+// Worked out apart from the library, step by step with single-precision roundings done one by one;
+// every target must reproduce them bit for bit.
 const RandGolden randGoldens[] = {
     {1,
      {0x4741748Du, 0x90A913E5u, 0x0FBE2E1Fu, 0x6DE46DCBu, 0xB5332431u, 0xCED6B0D1u},
@@ -148,7 +149,7 @@ const RandGolden randGoldens[] = {
      {0x4083E840u, 0x4062DD30u, 0x4060EF62u, 0x400D818Fu, 0x4011B91Cu, 0x4029B1C9u},
      {0x3FE252E2E01252E3ull, 0x3FE841F3F3B841F4ull, 0x3FA273F57A1273F5ull, 0x3FCFBCD0BE1FBCD1ull,
       0x3FDD6C8340DD6C83ull, 0x3FEF6AB7E79F6AB8ull},
-     {0x3FC94D77u, 0x400DCAB4u, 0x3FBB9C88u, 0x3EDD5D0Eu, 0xBEFC6CD8u, 0xBEE41EE4u},
+     {0x3FC94D77u, 0x400DCAB5u, 0x3FBB9C88u, 0x3EDD5D0Eu, 0xBEFC6CD8u, 0xBEE41EE4u},
      0xD13457DEu},
     {12345,
      {0xEBC1DF3Cu, 0x2B6B69ECu, 0x50292D2Cu, 0x0E8F08DDu, 0x7ACFB1E2u, 0x8D364CC1u},
@@ -158,7 +159,7 @@ const RandGolden randGoldens[] = {
      {0x406BEA68u, 0x405BB28Fu, 0x4082C962u, 0x4010C039u, 0x4032AE5Cu, 0x40093957u},
      {0x3FD5CEA8F795CEA9ull, 0x3FEC18DAEE3C18DBull, 0x3FD16D88C1116D89ull, 0x3FE9E0CA98D9E0CBull,
       0x3FCC7BD1FE1C7BD2ull, 0x3FD360641F936064ull},
-     {0x3F6A8BBDu, 0xBF828312u, 0x3FF7FD4Eu, 0x3F04F2ECu, 0x4012D720u, 0x408DF8CAu},
+     {0x3F6A8BBDu, 0xBF828314u, 0x3FF7FD4Eu, 0x3F04F2ECu, 0x4012D720u, 0x408DF8CAu},
      0xE06F595Bu},
     {0xDEADBEEFu,
      {0x18D55EF2u, 0x358DA05Au, 0x6E350C98u, 0x1775A9A6u, 0x55259A68u, 0x887BCDE1u},

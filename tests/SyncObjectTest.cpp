@@ -4,6 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#if defined(__linux__)
+#include <dlfcn.h>
+#include <link.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
+
 #include <atomic>
 #include <chrono>
 #include <climits>
@@ -155,6 +163,31 @@ TEST(SyncObject, CriticalSectionExcludesUnderContention)
     }
     EXPECT_EQ(total, 200000);
     EXPECT_FALSE(OnOtherThread([&] { return section.IsLocked(); })) << "free once everyone has left";
+}
+
+// A thread that ends inside a section leaves it held, as on Win32. Threads started later (which
+// often get the dead thread's stack and thread block back) must wait like any other; a release by
+// another thread, as LeaveCriticalSection allows, lets them in.
+TEST(SyncObject, CriticalSectionLeftByAnEndedThreadStaysHeld)
+{
+    Kiv::CriticalSection section;
+    for (int round = 0; round < 3; ++round)
+    {
+        std::thread([&] { section.Lock(); }).join();
+        Kiv::WEvent entered(true, false);
+        std::thread late(
+            [&]
+            {
+                section.Lock();
+                entered.Set();
+                section.Unlock();
+            });
+        EXPECT_FALSE(entered.Lock(200)) << "round " << round << ": entered a section held by an ended thread";
+        EXPECT_TRUE(section.Unlock());
+        EXPECT_TRUE(entered.Lock(mustHappen));
+        late.join();
+    }
+    EXPECT_FALSE(OnOtherThread([&] { return section.IsLocked(); }));
 }
 
 TEST(SyncObject, MutexOwnershipRecursionAndRelease)
@@ -573,3 +606,92 @@ TEST(SyncObject, ReferenceCountDeletesOnTheLastRelease)
     EXPECT_TRUE(pooled.ReleaseReference());
     EXPECT_EQ(pooled.recycled, 1) << "DeleteThis is virtual";
 }
+
+#if defined(__linux__)
+namespace
+{
+// Runs a program (through the emulator of a cross build when there is one) and answers its exit
+// code, -1 when it could not run or did not exit.
+int RunProgram(std::vector<std::string> words)
+{
+    const char * emulator = getenv("CORESTONE_EMULATOR");
+    if (emulator != nullptr && *emulator != '\0')
+    {
+        words.insert(words.begin(), emulator);
+    }
+    std::vector<char *> arguments;
+    for (std::string & word : words)
+    {
+        arguments.push_back(&word[0]);
+    }
+    arguments.push_back(nullptr);
+    pid_t child = 0;
+    int status = 0;
+    if (posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0 ||
+        waitpid(child, &status, 0) != child)
+    {
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+} // namespace
+
+constexpr char firstThreadChild[] = "CORESTONE_FIRST_THREAD_CHILD";
+
+// In a fresh process the first thread enters a section while it is alone and again once other
+// threads have started: it is the same owner both times, and another thread still has to wait.
+TEST(SyncObject, FirstThreadStaysTheOwnerWhenThreadsStart)
+{
+    if (getenv(firstThreadChild) == nullptr)
+    {
+        char self[4096];
+        const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+        ASSERT_GT(length, 0);
+        self[length] = '\0';
+        setenv(firstThreadChild, "1", 1);
+        const int code =
+            RunProgram({self, "--gtest_filter=SyncObject.FirstThreadStaysTheOwnerWhenThreadsStart"});
+        unsetenv(firstThreadChild);
+        EXPECT_EQ(code, 0);
+        return;
+    }
+    alarm(60); // a section that mistakes its own owner deadlocks: the child ends instead
+    Kiv::CriticalSection section;
+    section.Lock();
+    std::thread([] {}).join();
+    section.Lock();
+    Kiv::WEvent entered(true, false);
+    std::thread other(
+        [&]
+        {
+            section.Lock();
+            entered.Set();
+            section.Unlock();
+        });
+    EXPECT_FALSE(entered.Lock(200));
+    section.Unlock();
+    EXPECT_FALSE(entered.Lock(200)) << "still held once";
+    section.Unlock();
+    EXPECT_TRUE(entered.Lock(mustHappen));
+    other.join();
+}
+
+// A host may load the library late, through dlopen, when the static TLS reserved at start-up is
+// used up: the library must not ask for any, and must work when loaded that way.
+TEST(SyncObject, LibraryLoadsLateThroughDlopen)
+{
+    void * library = dlopen("libCorestone.so", RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(library, nullptr) << dlerror();
+    link_map * map = nullptr;
+    ASSERT_EQ(dlinfo(library, RTLD_DI_LINKMAP, &map), 0);
+    for (const ElfW(Dyn) * entry = map->l_ld; entry->d_tag != DT_NULL; ++entry)
+    {
+        if (entry->d_tag == DT_FLAGS)
+        {
+            EXPECT_EQ(entry->d_un.d_val & DF_STATIC_TLS, 0u) << "the library needs static TLS";
+        }
+    }
+    dlclose(library);
+    EXPECT_EQ(RunProgram({CORESTONE_LATE_LOADER, CORESTONE_LATE_MODULE}), 0);
+}
+#endif

@@ -10,6 +10,8 @@
 #include <windows.h>
 #else
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
 #endif
 
 namespace
@@ -82,6 +84,18 @@ TEST(Time, FrameLockScalesByOneThousandth)
         Kiv::Time::IncFrame();
     EXPECT_EQ(Kiv::Time::FrameLockSeconds(), 32 * 40.0);
     EXPECT_EQ(Kiv::Time::FrameLockMs(), 1u);
+
+    // Milliseconds past 32 bits wrap as the clock does; so do times before zero.
+    ResetFrameLock();
+    Kiv::Time::SetFrameLockTime(1.0e13);
+    Kiv::Time::IncFrame();
+    Kiv::Time::IncFrame();
+    EXPECT_EQ(Kiv::Time::FrameLockMs(), uint32_t(10000000000ull % 4294967296ull));
+    ResetFrameLock();
+    Kiv::Time::SetFrameLockTime(-40000.0);
+    Kiv::Time::IncFrame();
+    Kiv::Time::IncFrame();
+    EXPECT_EQ(Kiv::Time::FrameLockMs(), uint32_t(-40));
     ResetFrameLock();
 }
 
@@ -101,6 +115,19 @@ TEST(Time, ClocksAdvanceTogether)
     uint32_t low = Kiv::Time::Us();
     EXPECT_LT(static_cast<uint32_t>(low - static_cast<uint32_t>(wide)), Kiv::Time::GetCounterFrequency());
     EXPECT_GT(Kiv::Time::TimeStamp(), 1500000000);
+}
+
+// A static of another unit that reads the clock before the frequency was read at load finds 0:
+// the clock reads the frequency itself rather than divide by it.
+TEST(Time, ClockWorksBeforeTheFrequencyIsRead)
+{
+    const uint64_t frequency = Kiv::Time::freq;
+    Kiv::Time::freq = 0;
+    const double seconds = Kiv::Time::GetSeconds();
+    EXPECT_EQ(Kiv::Time::GetCounterFrequency(), frequency);
+    EXPECT_EQ(Kiv::Time::freq, frequency);
+    EXPECT_GT(seconds, 0.0);
+    EXPECT_LT(seconds, 1.0e12);
 }
 
 TEST(Time, TextForms)
@@ -125,6 +152,34 @@ TEST(Debugger, ReadProbe)
     EXPECT_FALSE(Kiv::Debugger::IsReadValid(pages.base + pages.page, 1));
     // A range that runs from readable memory into the guard page is not readable as a whole.
     EXPECT_FALSE(Kiv::Debugger::IsReadValid(pages.base + pages.page - 8, 16));
+    // A range that wraps past the end of the address space.
+    EXPECT_FALSE(Kiv::Debugger::IsReadValid(reinterpret_cast<const void *>(~uintptr_t(0) - 7), 64));
     Kiv::Debugger::Break();
     Kiv::Debugger::LogCallStack();
 }
+
+#if !defined(_WIN32)
+// The probe needs no descriptor of its own: it answers alike when the process has none left.
+TEST(Debugger, ReadProbeWithoutFreeDescriptors)
+{
+    std::vector<char> heap(20000, 1);
+    ASSERT_TRUE(Kiv::Debugger::IsReadValid(heap.data(), static_cast<unsigned int>(heap.size())));
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    // Every descriptor below the limit taken: the limit is set at the lowest free one.
+    const int lowestFree = dup(0);
+    ASSERT_GE(lowestFree, 0);
+    close(lowestFree);
+    rlimit tight = saved;
+    tight.rlim_cur = rlim_t(lowestFree);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    const int refused = dup(0);
+    GuardedPages pages;
+    const bool whole = Kiv::Debugger::IsReadValid(heap.data(), static_cast<unsigned int>(heap.size()));
+    const bool guard = Kiv::Debugger::IsReadValid(pages.base + pages.page - 8, 16);
+    setrlimit(RLIMIT_NOFILE, &saved);
+    EXPECT_EQ(refused, -1) << "a descriptor was still free";
+    EXPECT_TRUE(whole);
+    EXPECT_FALSE(guard);
+}
+#endif

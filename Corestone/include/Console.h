@@ -23,9 +23,8 @@ public:
     };
 
     static constexpr int maxColorSpans = 256;
-    // The text-mode screen: 80 cells of two bytes (character, attribute) per line, 25 lines.
+    // A text-mode screen line: 80 cells of two bytes (character, attribute).
     static constexpr int monoColumns = 80;
-    static constexpr int monoRows = 25;
     static constexpr int monoLineBytes = monoColumns * 2;
     // Grids beyond this many cells are refused rather than allocated.
     static constexpr std::int32_t maxCells = 1 << 20;
@@ -54,8 +53,10 @@ public:
     // Hexadecimal digits of either case up to a non-digit or the limit; a leading minus negates.
     static std::int32_t StringToHex(const char * text, int maxDigits);
 
-    // Copies the grid, top line first, into an 80 x 25 text-mode buffer (4,000 bytes): characters
-    // in the even bytes, attributes left as they are. Lines and columns beyond it are cut off.
+    // Copies the grid, top line first, into a text-mode buffer of 160-byte lines: characters in
+    // the even bytes, attributes left as they are. The buffer holds at least as many lines as
+    // the grid reaches down (y + height); columns beyond the 80th and lines above the first
+    // are cut off.
     void BlitToMono(unsigned char * screen) const;
     void BlitToMono44(int x, int y, unsigned char * screen) const;
 
@@ -64,8 +65,10 @@ public:
     // The characters of a line counted from the top line shown (width of them, no terminator).
     const char * GetLine(int row) const;
     Point GetCursor() const;
+    // Spans cover cells still on the grid, each a run of consecutive cells in the buffer; a span
+    // index out of range gives an empty span.
     int GetColorSpanCount() const { return spanCount; }
-    const ColorSpan & GetColorSpan(int i) const { return spans[i]; }
+    const ColorSpan & GetColorSpan(int i) const;
 
 private:
     void Put(char c);
@@ -75,6 +78,9 @@ private:
     int Tag(const char * text);
     void OpenSpan(std::uint32_t color);
     void CloseSpan();
+    void ColorCell(std::int32_t position);
+    // Takes the cells first .. first + count - 1 out of every span.
+    void UncolorCells(std::int32_t first, std::int32_t count);
     void CopyFrom(const Console & other);
 
     char * cells = nullptr;
@@ -86,6 +92,10 @@ private:
     std::int32_t column = 0;
     ColorSpan spans[maxColorSpans] = {};
     std::int32_t spanCount = 0;
+    // While a colour tag is open, printed cells take its colour; the last span is the run that
+    // grows while runOpen is set.
     bool spanOpen = false;
+    bool runOpen = false;
+    std::uint32_t openColor = 0;
 };
 } // namespace Kiv

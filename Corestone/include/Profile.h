@@ -110,12 +110,15 @@ public:
     // Advances the display, sort and peak-reset timers by the elapsed seconds and, when the
     // display period has passed, sorts as due, clears the console and prints the table.
     static void Display(float elapsedSeconds, Console & console, int maxLines);
-    // Writes the costliest functions (at most 20) to the diagnostic output.
+    // Sorts the table and writes up to 20 functions of at least 64 microseconds in total to the
+    // log at level Diag (the debugger output while there is no log).
     static void LogDisplay();
 
-    // "START" marks frames and is point 0; other names get 1, 2 and so on, the same name the same
-    // point. When all 128 are taken the result is invalidTracePoint.
+    // "START" marks frames and is point 0; every other registration takes the next point, 1, 2
+    // and so on. When all 128 are taken, or for no name, the result is invalidTracePoint.
     static std::int32_t RegisterTracePoint(const char * name);
+    // Point 0 starts the next frame of the ring; every point but invalidTracePoint is recorded
+    // with the time while the frame has room.
     static void TracePoint(std::int32_t point);
     static const char * const * GetTraceInfo();
     static const TraceFrame * GetFrameTraceData();
