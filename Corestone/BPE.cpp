@@ -30,8 +30,8 @@ struct CoderStore
     unsigned char left[256];
     // For a pair code its right byte; for a literal whether it occurred in the block.
     unsigned char right[256];
-    unsigned char slotLeft[hashSlots];
-    unsigned char slotRight[hashSlots];
+    // Each slot's pair, left byte low: one comparison a probe.
+    uint16_t slotPair[hashSlots];
     unsigned char count[hashSlots];
     uint32_t size;
 };
@@ -41,13 +41,19 @@ static_assert(sizeof(CoderStore) == 14852, "the working store is one block of 14
 unsigned BestSlot(const unsigned char * count, unsigned least)
 {
 #ifdef BPE_SSE2
+    // The highest count of each group of 64 slots (in 16 lanes), so that the second pass finds
+    // the first group holding the best count before it looks at single slots.
+    const unsigned groups = hashSlots / 64;
+    unsigned char groupTop[groups][16];
     __m128i top = _mm_setzero_si128();
-    for (unsigned i = 0; i < hashSlots; i += 64)
+    for (unsigned g = 0; g < groups; ++g)
     {
-        const auto * at = reinterpret_cast<const __m128i *>(count + i);
+        const auto * at = reinterpret_cast<const __m128i *>(count + 64 * g);
         const __m128i a = _mm_max_epu8(_mm_loadu_si128(at), _mm_loadu_si128(at + 1));
         const __m128i b = _mm_max_epu8(_mm_loadu_si128(at + 2), _mm_loadu_si128(at + 3));
-        top = _mm_max_epu8(top, _mm_max_epu8(a, b));
+        const __m128i group = _mm_max_epu8(a, b);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(groupTop[g]), group);
+        top = _mm_max_epu8(top, group);
     }
     top = _mm_max_epu8(top, _mm_srli_si128(top, 8));
     top = _mm_max_epu8(top, _mm_srli_si128(top, 4));
@@ -57,7 +63,11 @@ unsigned BestSlot(const unsigned char * count, unsigned least)
     if (best < least)
         return hashSlots;
     const __m128i wanted = _mm_set1_epi8(static_cast<char>(best));
-    for (unsigned i = 0;; i += 16)
+    unsigned g = 0;
+    while (!_mm_movemask_epi8(
+        _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(groupTop[g])), wanted)))
+        ++g;
+    for (unsigned i = 64 * g;; i += 16)
     {
         const __m128i same =
             _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(count + i)), wanted);
@@ -113,10 +123,10 @@ private:
 unsigned Coder::Lookup(unsigned a, unsigned b)
 {
     unsigned slot = ((b << 5) ^ a) & (hashSlots - 1);
-    while ((s.slotLeft[slot] != a || s.slotRight[slot] != b) && s.count[slot] != 0)
+    const auto pair = static_cast<uint16_t>(a | b << 8);
+    while (s.slotPair[slot] != pair && s.count[slot] != 0)
         slot = (slot + 1) & (hashSlots - 1);
-    s.slotLeft[slot] = static_cast<unsigned char>(a);
-    s.slotRight[slot] = static_cast<unsigned char>(b);
+    s.slotPair[slot] = pair;
     return slot;
 }
 
@@ -146,40 +156,59 @@ unsigned Coder::Fill(const unsigned char * source, unsigned long length)
     return size;
 }
 
+// Bit i set when the pair starts at block[base + i]. Reads up to block[base + 16], which may lie
+// past the block's 2,048 bytes but never past the working store that follows it; such positions
+// are masked off by the caller.
+unsigned PairMask(const unsigned char * block, unsigned base, unsigned left, unsigned right)
+{
+#ifdef BPE_SSE2
+    const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block + base));
+    const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block + base + 1));
+    const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(first, _mm_set1_epi8(static_cast<char>(left))),
+                                       _mm_cmpeq_epi8(second, _mm_set1_epi8(static_cast<char>(right))));
+    return static_cast<unsigned>(_mm_movemask_epi8(both));
+#else
+    unsigned mask = 0;
+    for (unsigned i = 0; i < 16; ++i)
+        mask |= static_cast<unsigned>(block[base + i] == left && block[base + i + 1] == right) << i;
+    return mask;
+#endif
+}
+
+// Replaces each occurrence of the pair, left to right and not overlapping, by the code, keeping
+// the counts of the neighbouring pairs up to date.
 void Coder::Replace(unsigned left, unsigned right, unsigned code)
 {
     unsigned char * block = s.block;
     const unsigned size = s.size;
+    const unsigned last = size - 1;
     unsigned read = 0;
     unsigned written = 0;
-    while (read + 1 < size)
+    for (unsigned base = 0; base < last; base += 32)
     {
-        const auto * found =
-            static_cast<unsigned char *>(memchr(block + read, static_cast<int>(left), size - 1 - read));
-        if (!found)
-            break;
-        const unsigned at = static_cast<unsigned>(found - block);
-        if (block[at + 1] != right)
+        uint32_t mask = PairMask(block, base, left, right) | PairMask(block, base + 16, left, right) << 16;
+        if (last - base < 32)
+            mask &= (uint32_t(1) << (last - base)) - 1;
+        for (; mask; mask &= mask - 1)
         {
-            memmove(block + written, block + read, at + 1 - read);
-            written += at + 1 - read;
-            read = at + 1;
-            continue;
+            const unsigned at = base + static_cast<unsigned>(__builtin_ctz(mask));
+            if (at < read)
+                continue;
+            memmove(block + written, block + read, at - read);
+            written += at - read;
+            if (at > 0)
+            {
+                Drop(block[written - 1], left);
+                Bump(block[written - 1], code);
+            }
+            if (at + 2 < size)
+            {
+                Drop(right, block[at + 2]);
+                Bump(code, block[at + 2]);
+            }
+            block[written++] = static_cast<unsigned char>(code);
+            read = at + 2;
         }
-        memmove(block + written, block + read, at - read);
-        written += at - read;
-        if (at > 0)
-        {
-            Drop(block[written - 1], left);
-            Bump(block[written - 1], code);
-        }
-        if (at + 2 < size)
-        {
-            Drop(right, block[at + 2]);
-            Bump(code, block[at + 2]);
-        }
-        block[written++] = static_cast<unsigned char>(code);
-        read = at + 2;
     }
     memmove(block + written, block + read, size - read);
     s.size = written + size - read;
@@ -198,8 +227,8 @@ void Coder::Pack()
         const unsigned slot = BestSlot(s.count, minPairCount);
         if (slot == hashSlots)
             return;
-        const unsigned left = s.slotLeft[slot];
-        const unsigned right = s.slotRight[slot];
+        const unsigned left = s.slotPair[slot] & 0xFF;
+        const unsigned right = s.slotPair[slot] >> 8;
         Replace(left, right, code);
         s.left[code] = static_cast<unsigned char>(left);
         s.right[code] = static_cast<unsigned char>(right);
@@ -249,7 +278,7 @@ unsigned char * Coder::Write(unsigned char * out, const unsigned char * end) con
                 *out++ = s.right[code];
         }
     }
-    if (end - out <= static_cast<ptrdiff_t>(s.size + 2))
+    if (end - out <= static_cast<ptrdiff_t>(s.size) + 2)
         return nullptr;
     *out++ = static_cast<unsigned char>(s.size >> 8);
     *out++ = static_cast<unsigned char>(s.size);

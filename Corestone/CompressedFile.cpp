@@ -6,6 +6,7 @@
 #include "BPE.h"
 #include "CRuntime.h"
 #include "FilePlatform.h"
+#include "PString.h"
 
 #include <atomic>
 #include <cstdio>
@@ -19,6 +20,26 @@ namespace
 {
 std::atomic<uint32_t> temporaryCount{0};
 
+// Moves `length` bytes in as many calls as the system needs; stops at an error or the end.
+template <typename Bytes, typename Call>
+unsigned int MoveAll(int handle, Bytes * data, unsigned int length, Call call)
+{
+    unsigned int done = 0;
+    while (done < length)
+    {
+        const int moved = call(handle, data + done, length - done);
+        if (moved <= 0)
+            break;
+        done += static_cast<unsigned int>(moved);
+    }
+    return done;
+}
+
+unsigned int ReadFully(int handle, void * data, unsigned int length)
+{
+    return MoveAll(handle, static_cast<unsigned char *>(data), length, FilePlatform::Read);
+}
+
 // Raw bytes to an operating-system handle.
 class HandleWriter : public BinWriter
 {
@@ -27,37 +48,15 @@ public:
 
     unsigned int WriteRaw(const void * data, unsigned int length) override
     {
-        const auto * in = static_cast<const unsigned char *>(data);
-        unsigned int done = 0;
-        while (done < length)
-        {
-            const int moved = FilePlatform::Write(handle, in + done, length - done);
-            if (moved <= 0)
-                break;
-            done += static_cast<unsigned int>(moved);
-        }
-        return done;
+        return MoveAll(handle, static_cast<const unsigned char *>(data), length, FilePlatform::Write);
     }
 
 private:
     int handle;
 };
 
-unsigned int ReadFully(int handle, void * data, unsigned int length)
-{
-    auto * out = static_cast<unsigned char *>(data);
-    unsigned int done = 0;
-    while (done < length)
-    {
-        const int moved = FilePlatform::Read(handle, out + done, length - done);
-        if (moved <= 0)
-            break;
-        done += static_cast<unsigned int>(moved);
-    }
-    return done;
-}
-
-// Copies a whole file; used when the temporary cannot be renamed onto another volume.
+// Copies a whole file; used when the temporary cannot be renamed onto another volume. True only
+// when every byte reached the copy.
 bool CopyFile(const char * from, const char * to)
 {
     const int in = FilePlatform::Open(
@@ -66,28 +65,26 @@ bool CopyFile(const char * from, const char * to)
         return false;
     const int out =
         FilePlatform::Open(to, {FilePlatform::WriteOnly, FilePlatform::CreateNew, FilePlatform::DenyAll});
-    bool good = out >= 0;
+    const int64_t length = FilePlatform::Length(in);
+    int64_t copied = 0;
     auto * bytes = static_cast<unsigned char *>(Alloc::New(CHUNK_BYTES));
     HandleWriter writer(out);
-    while (good)
+    for (unsigned int got = CHUNK_BYTES; out >= 0 && got == CHUNK_BYTES;)
     {
-        const unsigned int got = ReadFully(in, bytes, CHUNK_BYTES);
-        good = writer.WriteRaw(bytes, got) == got;
-        if (got < CHUNK_BYTES)
+        got = ReadFully(in, bytes, CHUNK_BYTES);
+        if (writer.WriteRaw(bytes, got) != got)
             break;
+        copied += got;
     }
     Alloc::Delete(bytes);
     FilePlatform::Close(in);
-    if (out >= 0)
-        FilePlatform::Close(out);
-    return good;
+    return out >= 0 && FilePlatform::Close(out) && copied == length;
 }
 } // namespace
 
 bool WriteCompressedForm(BinReader & plain, uint32_t length, BinWriter & target)
 {
-    unsigned char header[HEADER_BYTES];
-    memcpy(header, "CFIL", 4);
+    unsigned char header[HEADER_BYTES] = {'C', 'F', 'I', 'L'};
     CRuntime::PutLittleEndian32(header + 4, VERSION);
     CRuntime::PutLittleEndian32(header + 8, length);
     if (target.WriteRaw(header, HEADER_BYTES) != HEADER_BYTES)
@@ -279,16 +276,18 @@ uint32_t File::ChunkedSize()
 }
 
 // The data were written plain; they are compressed into a hidden temporary that then takes the
-// file's name. When any step fails the plain file stays as it is, so nothing written is lost.
-void File::FinishCompressedWrite()
+// file's name. When a step fails the data stay where they are, plain or in the temporary, and
+// the answer is false.
+bool File::FinishCompressedWrite()
 {
     const uint32_t length = static_cast<uint32_t>(Size());
-    FilePlatform::Close(handle);
+    if (!FilePlatform::Close(handle))
+        return false;
     handle = -1;
     const Path name = path;
     File plain;
-    if (plain.Open(name, MODE_READ_PLAIN) != RES_OK)
-        return;
+    if (plain.Open(PString(), name, MODE_READ_PLAIN) != RES_OK)
+        return false;
     const FilePlatform::OpenRequest request{FilePlatform::WriteOnly, FilePlatform::CreateTruncate,
                                             FilePlatform::DenyAll};
     Path temporary = NextTemporaryName();
@@ -302,19 +301,19 @@ void File::FinishCompressedWrite()
         out = FilePlatform::Open(temporary, request);
     }
     if (out < 0)
-        return;
+        return false;
     FilePlatform::SetHidden(temporary, true);
     HandleWriter writer(out);
     const bool written = WriteCompressedForm(plain, length, writer);
-    FilePlatform::Close(out);
+    const bool closed = FilePlatform::Close(out);
     plain.Close();
-    if (!written || !FilePlatform::RemoveFile(name))
+    if (!written || !closed || !FilePlatform::RemoveFile(name))
     {
         FilePlatform::RemoveFile(temporary);
-        return;
+        return false;
     }
-    if (FilePlatform::Rename(temporary, name) ||
-        (CopyFile(temporary, name) && FilePlatform::RemoveFile(temporary)))
-        FilePlatform::SetHidden(name, false);
+    const bool moved = FilePlatform::Rename(temporary, name) ||
+                       (CopyFile(temporary, name) && FilePlatform::RemoveFile(temporary));
+    return moved && FilePlatform::SetHidden(name, false);
 }
 } // namespace Kiv

@@ -307,8 +307,12 @@ File::Result File::FinishOpen()
     }
     if (Creates(mode) && reading == MODE_READ)
         mode = (mode & ~MODE_READ_MASK) | MODE_READ_PLAIN;
+    // Not through Seek, which a compressed write refuses.
     if ((mode & MODE_CREATE_MASK) == MODE_APPEND)
-        SeekEnd(0);
+    {
+        position = static_cast<uint32_t>(Size());
+        DropReadAhead();
+    }
     ++openFiles;
     if (logOpens)
     {
@@ -373,11 +377,10 @@ unsigned long File::Close()
     if (!IsOpen())
         return 0;
     const bool written = Flush() && !(flags & WRITE_FAILED);
-    bool closed = true;
-    if (!member && !(flags & FOREIGN_HANDLE) && (mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED)
-        FinishCompressedWrite();
-    else
-        closed = CloseHandle();
+    // A compressed write is finished only over data that reached the disk whole.
+    const bool compressing =
+        written && !member && !(flags & FOREIGN_HANDLE) && (mode & MODE_WRITE_MASK) == MODE_WRITE_COMPRESSED;
+    const bool closed = compressing ? FinishCompressedWrite() : CloseHandle();
     handle = -1;
     --openFiles;
     ResetState(mode);

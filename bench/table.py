@@ -3,7 +3,8 @@
 
 Benchmarks are named "Group/Case:Impl". Corestone's own implementation is "Kiv"; every other
 column is the time of a peer divided by Kiv's time in the same run, so 2.00 means Kiv is twice
-as fast and 0.50 half as fast."""
+as fast and 0.50 half as fast. A benchmark that reports a "ratio" counter (coded size / plain size)
+also gets a second table of those ratios as they are, one column per implementation."""
 import json
 import os
 import subprocess
@@ -19,6 +20,7 @@ def run(program):
 def main(folder):
     programs = sorted(os.path.join(folder, f) for f in os.listdir(folder) if "Bench" in f)
     rows = OrderedDict()  # (group, case) -> {impl: nanoseconds}
+    ratios = OrderedDict()  # (group, case) -> {impl: coded / plain}
     impls = OrderedDict()
     for program in programs:
         print(f"running {os.path.basename(program)}", file=sys.stderr)
@@ -30,6 +32,8 @@ def main(folder):
             group, _, case = label.partition("/")
             scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[b.get("time_unit", "ns")]
             rows.setdefault((group, case), {})[impl] = b["real_time"] * scale
+            if "ratio" in b:
+                ratios.setdefault((group, case), {})[impl] = b["ratio"]
             impls.setdefault(group, OrderedDict())[impl] = None
     for group, names in impls.items():
         peers = [n for n in names if n != "Kiv"]
@@ -46,6 +50,19 @@ def main(folder):
                 cells.append(f"{t / kiv:.2f}" if t and kiv else "-")
             kiv_text = f"{kiv:.1f}" if kiv else "-"
             print(f"| {case} | {kiv_text} | " + " | ".join(cells) + " |")
+        print_ratios(group, list(names), ratios)
+
+
+def print_ratios(group, names, ratios):
+    cases = [(case, values) for (g, case), values in ratios.items() if g == group]
+    if not cases:
+        return
+    print(f"\n{group}, coded size / plain size:\n")
+    print("| case | " + " | ".join(names) + " |")
+    print("|---|" + "---:|" * len(names))
+    for case, values in cases:
+        cells = [f"{values[n]:.3f}" if n in values else "-" for n in names]
+        print(f"| {case} | " + " | ".join(cells) + " |")
 
 
 if __name__ == "__main__":

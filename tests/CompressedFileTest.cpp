@@ -60,7 +60,7 @@ void WriteCompressed(const std::string & name, const Bytes & data)
         ASSERT_EQ(take, file.Write(data.data() + done, static_cast<unsigned long>(take), 1));
         done += take;
     }
-    file.Close();
+    EXPECT_EQ(0u, file.Close());
 }
 
 Bytes ReadThrough(const std::string & name, bool expectCompressed = true)
@@ -139,6 +139,14 @@ private:
     File::Path previous;
 };
 
+// Writes `data` compressed as `name` in the folder, with the temporaries made there too.
+std::string PackedFile(const TempDir & dir, const char * name, const Bytes & data)
+{
+    InFolder inside(dir.Path());
+    WriteCompressed(name, data);
+    return dir / name;
+}
+
 std::vector<std::string> Listing(const std::string & folder)
 {
     std::vector<std::string> names;
@@ -207,6 +215,14 @@ TEST(CompressedFile, WriteModeRules)
     EXPECT_EQ(File::RES_CANTWRITECOMPRESSED, file.Open("c.bin", File::MODE_READ | File::MODE_WRITE));
     EXPECT_FALSE(file.IsOpen());
 
+    // Appending to a plain file compresses the old bytes with the new ones.
+    WriteBytes(dir / "log.txt", {'o', 'l', 'd'});
+    ASSERT_EQ(File::RES_OK, file.Open("log.txt", File::MODE_WRITE_COMPRESSED | File::MODE_APPEND));
+    EXPECT_EQ(3u, file.Tell());
+    EXPECT_EQ(3u, file.Write("new", 3, 1));
+    file.Close();
+    EXPECT_EQ((Bytes{'o', 'l', 'd', 'n', 'e', 'w'}), ReadThrough(dir / "log.txt"));
+
     // Through a writable directory substitution, the file lands compressed in its folder.
     std::filesystem::create_directory(dir / "sub");
     const PString subst("czWrite");
@@ -219,18 +235,14 @@ TEST(CompressedFile, WriteModeRules)
     EXPECT_EQ(Header(257, static_cast<uint32_t>(text.size())), Bytes(packed.begin(), packed.begin() + 12));
     EXPECT_EQ(text, ReadThrough("czWrite:inner.bin"));
     File::Subst(subst, nullptr);
-    EXPECT_EQ((std::vector<std::string>{"c.bin", "sub"}), Listing(dir.Path()));
+    EXPECT_EQ((std::vector<std::string>{"c.bin", "log.txt", "sub"}), Listing(dir.Path()));
 }
 
 TEST(CompressedFile, SeeksAgreeWithAPlainCopy)
 {
     TempDir dir;
     const Bytes data = MixedData();
-    const std::string name = dir / "mixed";
-    {
-        InFolder inside(dir.Path());
-        WriteCompressed(name, data);
-    }
+    const std::string name = PackedFile(dir, "mixed", data);
     File file;
     ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_READ));
     ASSERT_TRUE(file.IsCompressed());
@@ -287,11 +299,7 @@ TEST(CompressedFile, CorruptDataEndsCleanly)
 {
     TempDir dir;
     const Bytes data = MixedData();
-    const std::string good = dir / "good";
-    {
-        InFolder inside(dir.Path());
-        WriteCompressed(good, data);
-    }
+    const std::string good = PackedFile(dir, "good", data);
     const Bytes packed = ReadBytes(good);
     const std::vector<size_t> offsets = ChunkOffsets(packed);
     ASSERT_EQ(7u, offsets.size());
@@ -356,11 +364,7 @@ TEST(CompressedFile, OlderVersionTakesItsSizeFromTheChunks)
 {
     TempDir dir;
     const Bytes text = ReadBytes("/usr/share/common-licenses/GPL-3");
-    const std::string name = dir / "old";
-    {
-        InFolder inside(dir.Path());
-        WriteCompressed(name, text);
-    }
+    const std::string name = PackedFile(dir, "old", text);
     Bytes packed = ReadBytes(name);
     packed[4] = 0;
     packed[5] = 1;

@@ -389,7 +389,7 @@ private:
     bool RefillChunk();
     unsigned long SeekChunk(uint32_t target);
     uint32_t ChunkedSize();
-    void FinishCompressedWrite();
+    bool FinishCompressedWrite();
     unsigned long ReadLineBytes(unsigned char * buffer, unsigned long limit, unsigned unitSize, bool & ended);
     void SkipLine(unsigned unitSize);
     unsigned long ReadLineUtf16(char * buffer, unsigned long length);
