@@ -155,9 +155,12 @@ struct ArchiveRecord;
 // - A file written through the archive goes to a temporary disk file beside the archive while
 //   open; on close its block is appended ("CFIL" form when opened with the compressed write
 //   mode, flagged compressed in its entry; plain in a version 257 archive, whose stored "CFIL"
-//   files carry the magic alone) and an older block of the same name is then marked "FIL!". Blocks are
-//   appended where the archive's blocks end, over the old index, which is written again after them; the file
-//   is cut after the index.
+//   files carry the magic alone) and an older block of the same name is then marked "FIL!".
+//   Blocks are appended where the archive's blocks end, over the old index, which is written
+//   again after them; the file is cut after the index.
+// - Opened for writing without truncation (or for reading and writing), a stored file starts
+//   from a copy of its stored bytes; one stored in the "CFIL" form cannot be opened so.
+// - Listing a folder gives its files and each subfolder once, as a directory entry.
 // - The index is taken only when it begins with "IDX ", its length is the INFO record count
 //   times 296, it lies inside the file, and every record's block lies inside the file after
 //   the INFO block. Otherwise the table is rebuilt by walking the blocks from the first, and a
