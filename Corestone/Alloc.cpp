@@ -40,7 +40,12 @@ public:
         : lock(IsSingleThreadedProcess() ? nullptr : &locks[sizeClass % Alloc::LockCount].lock)
     {
         if (lock)
+        {
+            // Another thread may have written the class record last: start fetching its line
+            // while the lock's line comes.
+            __builtin_prefetch(&Alloc::classes[sizeClass], 1);
             lock->Enter();
+        }
     }
     ~ClassLock() { Leave(); }
     ClassLock(const ClassLock &) = delete;
@@ -295,8 +300,8 @@ void Alloc::Dump()
     std::snprintf(text, sizeof text,
                   "\nAllocator:\nHits  : %8u - %5.1f%%\nMisses: %8u\nLarge : %8u - %5.1f%%\nSearch: %8u - "
                   "Maximum %u\nAlloc : %8u bytes, %u no.\n",
-                  hitCount, hitCount * 100.0 / calls, missCount, largeCount, largeCount * 100.0 / calls, search,
-                  searchLength, static_cast<uint32_t>(allocated), total);
+                  hitCount, hitCount * 100.0 / calls, missCount, largeCount, largeCount * 100.0 / calls,
+                  search, searchLength, static_cast<uint32_t>(allocated), total);
     Debugger::Output(text);
 }
 } // namespace Kiv
