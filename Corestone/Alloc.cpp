@@ -121,8 +121,9 @@ inline bool IsImpossibleBlock(const void * p)
 }
 
 // Class c stands for c * 8 bytes with a 4-byte tag; a wider header (64-bit) widens the heap block
-// by the difference, rounded so the free list's next pointer always fits.
-void * FromHeap(uint64_t sizeClass, uint32_t tagClass)
+// by the difference, rounded so the free list's next pointer always fits. Kept out of line, like
+// every path that calls the heap, so the cached paths need no registers saved.
+__attribute__((noinline)) void * FromHeap(uint64_t sizeClass, uint32_t tagClass)
 {
     uint64_t bytes = (sizeClass * 8 + headerBytes - 4 + 7) & ~uint64_t(7);
     if (bytes > SIZE_MAX)
@@ -132,6 +133,15 @@ void * FromHeap(uint64_t sizeClass, uint32_t tagClass)
         return nullptr;
     block->tag = TagOf(tagClass);
     return UserPointerOf(block);
+}
+
+__attribute__((noinline)) void * NewLarge(uint64_t sizeClass)
+{
+    uint32_t tagClass = static_cast<uint32_t>(sizeClass < tagClassLimit ? sizeClass : tagClassLimit);
+    LargeRecord & stripe = stripes[tagClass % Alloc::LockCount];
+    AddToStripe(stripe.large, 1);
+    AddToStripe(stripe.allocated, tagClass * 8);
+    return FromHeap(sizeClass, tagClass);
 }
 
 // Where each statistic keeps its pieces: a field of every class record, of every stripe, or both.
@@ -185,27 +195,25 @@ void * Alloc::New(unsigned int size)
 {
     uint64_t sizeClass = (uint64_t(size) + 11) >> 3;
     if (sizeClass >= ClassCount)
-    {
-        uint32_t tagClass = static_cast<uint32_t>(sizeClass < tagClassLimit ? sizeClass : tagClassLimit);
-        LargeRecord & stripe = stripes[tagClass % LockCount];
-        AddToStripe(stripe.large, 1);
-        AddToStripe(stripe.allocated, tagClass * 8);
-        return FromHeap(sizeClass, tagClass);
-    }
+        return NewLarge(sizeClass);
     ClassRecord & record = classes[sizeClass];
-    ClassLock lock(sizeClass);
-    Block * head = record.head.next;
-    if (head)
+    Block * head;
     {
-        record.head.next = head->next;
-        --record.count;
-        Add(record.hits, 1);
-        return UserPointerOf(head);
+        ClassLock lock(sizeClass);
+        head = record.head.next;
+        if (head)
+        {
+            record.head.next = head->next;
+            --record.count;
+            Add(record.hits, 1);
+        }
+        else
+        {
+            Add(record.misses, 1);
+            Add(record.allocated, static_cast<uint32_t>(sizeClass * 8));
+        }
     }
-    Add(record.misses, 1);
-    Add(record.allocated, static_cast<uint32_t>(sizeClass * 8));
-    lock.Leave();
-    return FromHeap(sizeClass, static_cast<uint32_t>(sizeClass));
+    return head ? UserPointerOf(head) : FromHeap(sizeClass, static_cast<uint32_t>(sizeClass));
 }
 
 void Alloc::Delete(void * p)
@@ -224,16 +232,19 @@ void Alloc::Delete(void * p)
         return;
     }
     ClassRecord & record = classes[sizeClass];
-    ClassLock lock(sizeClass);
-    if (record.count >= max[sizeClass])
+    bool cached;
     {
-        lock.Leave();
-        std::free(block);
-        return;
+        ClassLock lock(sizeClass);
+        cached = record.count < max[sizeClass];
+        if (cached)
+        {
+            block->next = record.head.next;
+            record.head.next = block;
+            ++record.count;
+        }
     }
-    block->next = record.head.next;
-    record.head.next = block;
-    ++record.count;
+    if (!cached)
+        std::free(block);
 }
 
 Alloc::Statistic::operator uint32_t() const
