@@ -122,7 +122,7 @@ inline bool IsImpossibleBlock(const void * p)
 
 // Class c stands for c * 8 bytes with a 4-byte tag; a wider header (64-bit) widens the heap block
 // by the difference, rounded so the free list's next pointer always fits. Kept out of line, like
-// every path that calls the heap, so the cached paths need no registers saved.
+// every path that calls the heap, so the cached paths stay short.
 __attribute__((noinline)) void * FromHeap(uint64_t sizeClass, uint32_t tagClass)
 {
     uint64_t bytes = (sizeClass * 8 + headerBytes - 4 + 7) & ~uint64_t(7);

@@ -228,7 +228,7 @@ struct PlatformAllocatorLock
     void Leave() { __atomic_store_n(&taken, 0, __ATOMIC_RELEASE); }
 
 private:
-    // Out of line, so the uncontended path saves no registers for the calls in here.
+    // Out of line: the waiting loop and its calls stay off the inlined uncontended path.
     __attribute__((noinline)) void WaitUntilFree()
     {
         for (int spins = 0; __atomic_load_n(&taken, __ATOMIC_RELAXED); ++spins)
