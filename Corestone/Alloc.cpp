@@ -11,13 +11,14 @@
 
 namespace Kiv
 {
-Alloc::Block Alloc::buckets[ClassCount];
-uint32_t Alloc::count[ClassCount];
+Alloc::ClassRecord Alloc::classes[ClassCount];
+const Alloc::ClassField<Alloc::Block, &Alloc::ClassRecord::head> Alloc::buckets{};
+const Alloc::ClassField<uint32_t, &Alloc::ClassRecord::count> Alloc::count{};
 uint32_t Alloc::max[ClassCount];
-uint32_t Alloc::allocated;
-uint32_t Alloc::misses;
-uint32_t Alloc::hits;
-uint32_t Alloc::large;
+Alloc::Statistic Alloc::allocated(Statistic::Allocated);
+Alloc::Statistic Alloc::misses(Statistic::Misses);
+Alloc::Statistic Alloc::hits(Statistic::Hits);
+Alloc::Statistic Alloc::large(Statistic::Large);
 uint32_t Alloc::search;
 uint32_t Alloc::searchLength;
 
@@ -39,7 +40,12 @@ public:
         : lock(IsSingleThreadedProcess() ? nullptr : &locks[sizeClass % Alloc::LockCount].lock)
     {
         if (lock)
+        {
+            // Another thread may have written the class record last: start fetching its line
+            // while the lock's line comes.
+            __builtin_prefetch(&Alloc::classes[sizeClass], 1);
             lock->Enter();
+        }
     }
     ~ClassLock() { Leave(); }
     ClassLock(const ClassLock &) = delete;
@@ -56,16 +62,34 @@ private:
     PlatformAllocatorLock * lock;
 };
 
+// What the large requests write, which no lock guards: stripes chosen by class, each on a line of
+// its own, so threads asking for different large sizes do not write the same line.
+struct alignas(64) LargeRecord
+{
+    uint32_t large;
+    uint32_t allocated;
+};
+LargeRecord stripes[Alloc::LockCount];
+
 // The caller's data starts at Block::next: 4 bytes in on 32-bit targets, 8 on 64-bit ones.
 constexpr size_t headerBytes = offsetof(Alloc::Block, next);
 // The tag holds the class in 23 bits; larger requests keep the largest class in their tag.
 constexpr uint64_t tagClassLimit = (uint64_t(1) << 23) - 1;
 
-// The statistics are deliberately unlocked and may lose counts under contention; relaxed atomic
-// loads and stores keep that cost (no locked instruction) without a data race.
+// A class record's counters change under the class lock. Relaxed atomic loads and stores cost no
+// locked instruction and let Statistic read them while other threads write.
 inline void Add(uint32_t & counter, uint32_t amount)
 {
     __atomic_store_n(&counter, __atomic_load_n(&counter, __ATOMIC_RELAXED) + amount, __ATOMIC_RELAXED);
+}
+
+// A stripe has no lock: once the process has threads its counters take an atomic add.
+inline void AddToStripe(uint32_t & counter, uint32_t amount)
+{
+    if (IsSingleThreadedProcess())
+        Add(counter, amount);
+    else
+        __atomic_fetch_add(&counter, amount, __ATOMIC_RELAXED);
 }
 
 inline uint32_t TagOf(uint32_t sizeClass)
@@ -97,11 +121,10 @@ inline bool IsImpossibleBlock(const void * p)
 }
 
 // Class c stands for c * 8 bytes with a 4-byte tag; a wider header (64-bit) widens the heap block
-// by the difference, rounded so the free list's next pointer always fits.
-void * FromHeap(uint64_t sizeClass)
+// by the difference, rounded so the free list's next pointer always fits. Kept out of line, like
+// every path that calls the heap, so the cached paths stay short.
+__attribute__((noinline)) void * FromHeap(uint64_t sizeClass, uint32_t tagClass)
 {
-    uint32_t tagClass = static_cast<uint32_t>(sizeClass < tagClassLimit ? sizeClass : tagClassLimit);
-    Add(Alloc::allocated, tagClass * 8);
     uint64_t bytes = (sizeClass * 8 + headerBytes - 4 + 7) & ~uint64_t(7);
     if (bytes > SIZE_MAX)
         return nullptr;
@@ -110,6 +133,37 @@ void * FromHeap(uint64_t sizeClass)
         return nullptr;
     block->tag = TagOf(tagClass);
     return UserPointerOf(block);
+}
+
+__attribute__((noinline)) void * NewLarge(uint64_t sizeClass)
+{
+    uint32_t tagClass = static_cast<uint32_t>(sizeClass < tagClassLimit ? sizeClass : tagClassLimit);
+    LargeRecord & stripe = stripes[tagClass % Alloc::LockCount];
+    AddToStripe(stripe.large, 1);
+    AddToStripe(stripe.allocated, tagClass * 8);
+    return FromHeap(sizeClass, tagClass);
+}
+
+// Where each statistic keeps its pieces: a field of every class record, of every stripe, or both.
+struct Pieces
+{
+    uint32_t Alloc::ClassRecord::*inClasses;
+    uint32_t LargeRecord::*inStripes;
+};
+
+Pieces PiecesOf(Alloc::Statistic::Kind kind)
+{
+    switch (kind)
+    {
+    case Alloc::Statistic::Hits:
+        return {&Alloc::ClassRecord::hits, nullptr};
+    case Alloc::Statistic::Misses:
+        return {&Alloc::ClassRecord::misses, nullptr};
+    case Alloc::Statistic::Large:
+        return {nullptr, &LargeRecord::large};
+    default:
+        return {&Alloc::ClassRecord::allocated, &LargeRecord::allocated};
+    }
 }
 
 // Built before every other static object of the library and destroyed after them all.
@@ -127,8 +181,8 @@ Alloc::Alloc()
     max[2] = 8192;
     max[3] = 5461;
     max[4] = 4096;
-    for (uint32_t & cached : count)
-        cached = 0;
+    for (ClassRecord & record : classes)
+        record.count = 0;
 }
 
 Alloc::~Alloc()
@@ -141,23 +195,25 @@ void * Alloc::New(unsigned int size)
 {
     uint64_t sizeClass = (uint64_t(size) + 11) >> 3;
     if (sizeClass >= ClassCount)
+        return NewLarge(sizeClass);
+    ClassRecord & record = classes[sizeClass];
+    Block * head;
     {
-        Add(large, 1);
-        return FromHeap(sizeClass);
+        ClassLock lock(sizeClass);
+        head = record.head.next;
+        if (head)
+        {
+            record.head.next = head->next;
+            --record.count;
+            Add(record.hits, 1);
+        }
+        else
+        {
+            Add(record.misses, 1);
+            Add(record.allocated, static_cast<uint32_t>(sizeClass * 8));
+        }
     }
-    ClassLock lock(sizeClass);
-    Block * head = buckets[sizeClass].next;
-    if (head)
-    {
-        buckets[sizeClass].next = head->next;
-        --count[sizeClass];
-        lock.Leave();
-        Add(hits, 1);
-        return UserPointerOf(head);
-    }
-    lock.Leave();
-    Add(misses, 1);
-    return FromHeap(sizeClass);
+    return head ? UserPointerOf(head) : FromHeap(sizeClass, static_cast<uint32_t>(sizeClass));
 }
 
 void Alloc::Delete(void * p)
@@ -171,20 +227,65 @@ void Alloc::Delete(void * p)
     uint32_t sizeClass = block->tag >> 9;
     if (sizeClass >= ClassCount)
     {
-        Add(allocated, 0u - sizeClass * 8);
+        AddToStripe(stripes[sizeClass % LockCount].allocated, 0u - sizeClass * 8);
         std::free(block);
         return;
     }
-    ClassLock lock(sizeClass);
-    if (count[sizeClass] >= max[sizeClass])
+    ClassRecord & record = classes[sizeClass];
+    bool cached;
     {
-        lock.Leave();
-        std::free(block);
-        return;
+        ClassLock lock(sizeClass);
+        cached = record.count < max[sizeClass];
+        if (cached)
+        {
+            block->next = record.head.next;
+            record.head.next = block;
+            ++record.count;
+        }
     }
-    block->next = buckets[sizeClass].next;
-    buckets[sizeClass].next = block;
-    ++count[sizeClass];
+    if (!cached)
+        std::free(block);
+}
+
+Alloc::Statistic::operator uint32_t() const
+{
+    Pieces pieces = PiecesOf(kind);
+    uint32_t sum = 0;
+    if (pieces.inClasses)
+    {
+        for (ClassRecord & record : classes)
+            sum += __atomic_load_n(&(record.*pieces.inClasses), __ATOMIC_RELAXED);
+    }
+    if (pieces.inStripes)
+    {
+        for (LargeRecord & stripe : stripes)
+            sum += __atomic_load_n(&(stripe.*pieces.inStripes), __ATOMIC_RELAXED);
+    }
+    return sum;
+}
+
+// The whole value goes into the first piece: class 0's record, which no request uses, or stripe 0.
+Alloc::Statistic & Alloc::Statistic::operator=(uint32_t value)
+{
+    Pieces pieces = PiecesOf(kind);
+    if (pieces.inClasses)
+    {
+        for (ClassRecord & record : classes)
+            __atomic_store_n(&(record.*pieces.inClasses), 0u, __ATOMIC_RELAXED);
+    }
+    if (pieces.inStripes)
+    {
+        for (LargeRecord & stripe : stripes)
+            __atomic_store_n(&(stripe.*pieces.inStripes), 0u, __ATOMIC_RELAXED);
+    }
+    uint32_t & first = pieces.inClasses ? classes[0].*pieces.inClasses : stripes[0].*pieces.inStripes;
+    __atomic_store_n(&first, value, __ATOMIC_RELAXED);
+    return *this;
+}
+
+Alloc::Statistic & Alloc::Statistic::operator=(const Statistic & other)
+{
+    return *this = static_cast<uint32_t>(other);
 }
 
 void * AllocBase::operator new(std::size_t size)
@@ -203,14 +304,15 @@ void AllocBase::operator delete(void * p)
 
 void Alloc::Dump()
 {
-    uint32_t total = hits + misses + large;
+    uint32_t hitCount = hits, missCount = misses, largeCount = large;
+    uint32_t total = hitCount + missCount + largeCount;
     double calls = total;
     char text[1024];
     std::snprintf(text, sizeof text,
                   "\nAllocator:\nHits  : %8u - %5.1f%%\nMisses: %8u\nLarge : %8u - %5.1f%%\nSearch: %8u - "
                   "Maximum %u\nAlloc : %8u bytes, %u no.\n",
-                  hits, hits * 100.0 / calls, misses, large, large * 100.0 / calls, search, searchLength,
-                  allocated, total);
+                  hitCount, hitCount * 100.0 / calls, missCount, largeCount, largeCount * 100.0 / calls,
+                  search, searchLength, static_cast<uint32_t>(allocated), total);
     Debugger::Output(text);
 }
 } // namespace Kiv

@@ -245,7 +245,8 @@ struct PlatformAllocatorLock
     void Leave() { __atomic_store_n(&taken, 0, __ATOMIC_RELEASE); }
 
 private:
-    void WaitUntilFree()
+    // Out of line: the waiting loop and its calls stay off the inlined uncontended path.
+    __attribute__((noinline)) void WaitUntilFree()
     {
         for (int spins = 0; __atomic_load_n(&taken, __ATOMIC_RELAXED); ++spins)
         {

@@ -29,8 +29,9 @@ void Release(const std::vector<void *> & blocks)
 
 void Report(const char * stage)
 {
-    std::printf("%-28s hits %6u  misses %6u  large %4u  cached 16-byte blocks %5u\n", stage, Kiv::Alloc::hits,
-                Kiv::Alloc::misses, Kiv::Alloc::large, Kiv::Alloc::count[2]);
+    std::printf("%-28s hits %6u  misses %6u  large %4u  cached 16-byte blocks %5u\n", stage,
+                uint32_t(Kiv::Alloc::hits), uint32_t(Kiv::Alloc::misses), uint32_t(Kiv::Alloc::large),
+                Kiv::Alloc::count[2]);
 }
 } // namespace
 

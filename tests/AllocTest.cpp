@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <random>
 #include <thread>
@@ -184,6 +186,151 @@ TEST(Alloc, ThreadsDoNotClobberEachOthersBlocks)
         thread.join();
     for (int t = 0; t < threadCount; ++t)
         EXPECT_EQ(faults[t], 0) << "thread " << t;
+}
+
+namespace
+{
+// Requests that reached each class's record so far, and the heap bytes its misses took.
+struct ClassCounters
+{
+    std::vector<uint32_t> served, missedBytes;
+
+    ClassCounters()
+    {
+        for (uint32_t c = 0; c < Alloc::ClassCount; ++c)
+        {
+            served.push_back(Alloc::classes[c].hits + Alloc::classes[c].misses);
+            missedBytes.push_back(Alloc::classes[c].misses * c * 8);
+        }
+    }
+};
+
+// Every cached block carries its class's tag, and each list is exactly as long as its count.
+void ExpectConsistentFreeLists()
+{
+    for (uint32_t c = 1; c < Alloc::ClassCount; ++c)
+    {
+        uint32_t length = 0;
+        for (Alloc::Block * block = Alloc::buckets[c].next; block && length <= Alloc::max[c];
+             block = block->next)
+        {
+            ++length;
+            ASSERT_EQ(block->tag >> 9, c) << "block " << length << " of class " << c;
+        }
+        EXPECT_EQ(length, Alloc::count[c]) << "class " << c;
+        EXPECT_LE(Alloc::count[c], Alloc::max[c]) << "class " << c;
+    }
+}
+
+// A block that starts with its size and is filled with a byte made from it.
+void Fill(unsigned char * p, uint32_t size)
+{
+    std::memcpy(p, &size, 4);
+    std::memset(p + 4, static_cast<unsigned char>(size * 7), size - 4);
+}
+
+bool Intact(const unsigned char * p)
+{
+    uint32_t size;
+    std::memcpy(&size, p, 4);
+    for (uint32_t i = 4; i < size; ++i)
+    {
+        if (p[i] != static_cast<unsigned char>(size * 7))
+            return false;
+    }
+    return true;
+}
+} // namespace
+
+// Threads swap blocks through shared slots, so most blocks are freed by another thread than the
+// one that allocated them, while half the requests meet on two hot classes. Each class counts its
+// requests under its lock: the sums read back, and printed by Dump, are exact.
+TEST(Alloc, BlocksFreedOnOtherThreadsKeepListsAndStatisticsExact)
+{
+    constexpr int threadCount = 4, rounds = 40000;
+    constexpr uint32_t largeSlot = Alloc::ClassCount;
+    std::vector<std::atomic<unsigned char *>> slots(256);
+    std::vector<std::vector<uint32_t>> made(threadCount, std::vector<uint32_t>(largeSlot + 1));
+    std::vector<int> faults(threadCount, 0);
+    std::atomic<int> waiting(threadCount);
+    ClassCounters before;
+    uint32_t hits = Alloc::hits, misses = Alloc::misses, large = Alloc::large, allocated = Alloc::allocated;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < threadCount; ++t)
+    {
+        threads.emplace_back(
+            [&, t]
+            {
+                // All start together, so their work overlaps rather than runs in turn.
+                for (--waiting; waiting > 0;)
+                    std::this_thread::yield();
+                // Tight pairs on one class: the likeliest way to meet another thread there.
+                for (int pair = 0; pair < rounds * 4; ++pair)
+                    Alloc::Delete(Alloc::New(24));
+                made[t][(24 + 11) >> 3] += rounds * 4;
+                std::mt19937 random(100 + t);
+                for (int round = 0; round < rounds; ++round)
+                {
+                    uint32_t pick = random() % 16;
+                    uint32_t size = pick < 8    ? 16 + pick / 4 * 8
+                                    : pick == 8 ? 1013 + random() % 3000
+                                                : 4 + random() % 1009;
+                    uint32_t sizeClass = (size + 11) >> 3;
+                    ++made[t][sizeClass < largeSlot ? sizeClass : largeSlot];
+                    auto * p = static_cast<unsigned char *>(Alloc::New(size));
+                    Fill(p, size);
+                    unsigned char * old = slots[random() % slots.size()].exchange(p);
+                    if (old)
+                    {
+                        faults[t] += !Intact(old);
+                        // Scribbled over, so a block handed out twice shows up with its other owner.
+                        std::memset(old, 0xEE, 8);
+                        Alloc::Delete(old);
+                    }
+                }
+            });
+    }
+    for (std::thread & thread : threads)
+        thread.join();
+    for (std::atomic<unsigned char *> & slot : slots)
+    {
+        faults[0] += slot && !Intact(slot);
+        Alloc::Delete(slot);
+    }
+    for (int t = 0; t < threadCount; ++t)
+        EXPECT_EQ(faults[t], 0) << "thread " << t;
+
+    ClassCounters after;
+    uint32_t smallCalls = 0, largeCalls = 0, missedBytes = 0;
+    for (uint32_t c = 1; c < Alloc::ClassCount; ++c)
+    {
+        uint32_t requests = 0;
+        for (const std::vector<uint32_t> & thread : made)
+            requests += thread[c];
+        EXPECT_EQ(after.served[c] - before.served[c], requests) << "class " << c;
+        smallCalls += requests;
+        missedBytes += after.missedBytes[c] - before.missedBytes[c];
+    }
+    for (const std::vector<uint32_t> & thread : made)
+        largeCalls += thread[largeSlot];
+    EXPECT_EQ((Alloc::hits - hits) + (Alloc::misses - misses), smallCalls);
+    EXPECT_EQ(Alloc::large - large, largeCalls);
+    // Every large block went back, so only the heap blocks of the misses stay counted.
+    EXPECT_EQ(Alloc::allocated - allocated, missedBytes);
+    ExpectConsistentFreeLists();
+#if !defined(_WIN32)
+    char totals[64];
+    std::snprintf(totals, sizeof totals, "Alloc : %8u bytes, %u no.\n", uint32_t(Alloc::allocated),
+                  Alloc::hits + Alloc::misses + Alloc::large);
+    testing::internal::CaptureStderr();
+    Alloc::Dump();
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(totals), std::string::npos) << totals;
+#endif
+
+    // Assigning a statistic replaces the sum of all its pieces.
+    Alloc::hits = 7;
+    EXPECT_EQ(Alloc::hits, 7u);
+    Alloc::hits = hits;
 }
 
 #if !defined(_WIN32)

@@ -40,15 +40,72 @@ public:
     // Writes the statistics through Debugger::Output.
     static void Dump();
 
-    static Block buckets[ClassCount];
-    static uint32_t count[ClassCount];
+    // Everything one size class writes while it allocates and frees. Each class has a cache line of
+    // its own, so threads working on different classes never write the same line.
+    struct alignas(64) ClassRecord
+    {
+        Block head;         // head.next is the first cached block
+        uint32_t count;     // blocks cached
+        uint32_t hits;      // requests served from the list
+        uint32_t misses;    // requests that found the list empty
+        uint32_t allocated; // bytes the class took from the heap
+    };
+
+    // One field of every class record, indexed by class like a plain array.
+    template <typename T, T ClassRecord::*field>
+    struct ClassField
+    {
+        struct Iterator
+        {
+            size_t sizeClass;
+
+            T & operator*() const { return classes[sizeClass].*field; }
+            Iterator & operator++()
+            {
+                ++sizeClass;
+                return *this;
+            }
+            bool operator!=(Iterator other) const { return sizeClass != other.sizeClass; }
+        };
+
+        T & operator[](size_t sizeClass) const { return classes[sizeClass].*field; }
+        Iterator begin() const { return Iterator{0}; }
+        Iterator end() const { return Iterator{ClassCount}; }
+    };
+
+    // A statistic kept in pieces written by different threads (the class records, and stripes for
+    // the large requests); reading sums the pieces, assigning sets the sum.
+    class KIV_API Statistic
+    {
+    public:
+        enum Kind
+        {
+            Hits,
+            Misses,
+            Large,
+            Allocated
+        };
+
+        constexpr explicit Statistic(Kind kind) : kind(kind) {}
+        operator uint32_t() const;
+        Statistic & operator=(uint32_t value);
+        Statistic & operator=(const Statistic & other);
+
+    private:
+        Kind kind;
+    };
+
+    static ClassRecord classes[ClassCount];
+    // buckets[c].next is the head of class c's free list; count[c] the number of blocks on it.
+    static const ClassField<Block, &ClassRecord::head> buckets;
+    static const ClassField<uint32_t, &ClassRecord::count> count;
     static uint32_t max[ClassCount];
     // Bytes of size classes taken from the heap. Small blocks handed back to the heap when their
     // list is full are deliberately not subtracted; only large blocks are.
-    static uint32_t allocated;
-    static uint32_t misses;
-    static uint32_t hits;
-    static uint32_t large;
+    static Statistic allocated;
+    static Statistic misses;
+    static Statistic hits;
+    static Statistic large;
     // Printed by Dump; nothing updates them.
     static uint32_t search;
     static uint32_t searchLength;
