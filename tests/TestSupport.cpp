@@ -39,6 +39,11 @@ void WriteBytes(const std::string & fileName, const std::vector<unsigned char> &
     out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
+void WriteText(const std::string & fileName, const std::string & text)
+{
+    WriteBytes(fileName, {text.begin(), text.end()});
+}
+
 std::string DataFile(const std::string & name)
 {
     return std::string(CORESTONE_TEST_DATA) + "/" + name;

@@ -1,6 +1,8 @@
 // Helpers shared by the test programs: scratch folders and golden byte files.
 #pragma once
 
+#include "File.h"
+
 #include <string>
 #include <vector>
 
@@ -24,6 +26,23 @@ private:
 
 std::vector<unsigned char> ReadBytes(const std::string & fileName);
 void WriteBytes(const std::string & fileName, const std::vector<unsigned char> & bytes);
+void WriteText(const std::string & fileName, const std::string & text);
 // A file of tests/data, the golden files every target checks against.
 std::string DataFile(const std::string & name);
+
+// What the Kiv::FileEx thrown by `action` tells, as "source: reason", or "no exception".
+template <typename Action>
+std::string FileFailure(Action action)
+{
+    try
+    {
+        action();
+    }
+    catch (const Kiv::FileEx & failure)
+    {
+        return std::string(failure.File()) + ": " + failure.Reason() +
+               (failure.Line() > 0 ? "" : " (no line)");
+    }
+    return "no exception";
+}
 } // namespace TestSupport
