@@ -87,9 +87,7 @@ unsigned long BoundedDecode(const Bytes & coded, unsigned long capacity, Bytes &
     for (size_t i = capacity; i < out.size(); ++i)
         EXPECT_EQ(0xA5, out[i]) << "written past the capacity at " << i;
     if (length != BPE::BAD_STREAM)
-    {
         out.resize(length);
-    }
     return length;
 }
 
@@ -247,12 +245,7 @@ TEST(BPE, HostileStreamsFailCleanly)
     EXPECT_EQ(BPE::BAD_STREAM, BoundedDecode({127 + 127, 127 + 127, 127 + 2, 0, 9, 'a'}, 100, out));
 
     // Each code doubles the one before: 2^200 bytes asked for, answered at once.
-    Bytes doubling = {127 + 50, 127};
-    for (int c = 50; c < 178; ++c)
-        doubling.insert(doubling.end(),
-                        {static_cast<unsigned char>(c - 1), static_cast<unsigned char>(c - 1)});
-    doubling.insert(doubling.end(), {127 + 78, 0, 1, 177});
-    EXPECT_EQ(BPE::BAD_STREAM, BoundedDecode(doubling, 1 << 20, out));
+    EXPECT_EQ(BPE::BAD_STREAM, BoundedDecode(TestSupport::DoublingBlock(177), 1 << 20, out));
 
     // Random garbage: whatever comes out stays inside the destination.
     std::mt19937 random(3);

@@ -14,6 +14,7 @@
 using Kiv::File;
 using Kiv::PString;
 using TestSupport::FileFailure;
+using TestSupport::Listing;
 using TestSupport::TempDir;
 
 namespace
@@ -45,17 +46,6 @@ private:
 };
 
 using Names = std::multiset<std::string>;
-
-// What a search lists: names with their paths, or names alone with a slash after folders.
-Names Found(const std::string & pattern, bool withPath = false)
-{
-    Names names;
-    File::Find find;
-    for (bool more = find.Open(pattern.c_str()); more; more = find.Next())
-        names.insert(withPath ? find.GetNameAndPath().Text()
-                              : std::string(find.Name()) + (find.Current().IsDir() ? "/" : ""));
-    return names;
-}
 
 std::string Folder(const TempDir & dir, const char * name)
 {
@@ -206,18 +196,18 @@ TEST(FileFind, DirectoriesAndSubstitutions)
     Put(second + "d.tga", "2");
     Folder(dir, "first/sub");
 
-    EXPECT_EQ((Names{first + "a.tga", first + "b.dds"}), Found(first + "*.tga;*.dds", true));
-    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "sub/"}), Found(first + "*"));
+    EXPECT_EQ((Names{first + "a.tga", first + "b.dds"}), Listing(first + "*.tga;*.dds", true));
+    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "sub/"}), Listing(first + "*"));
     Put(first + "noext", "1");
-    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "noext", "sub/"}), Found(first + "*.*"));
-    EXPECT_EQ(Names{}, Found(first + "*.?"));
+    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "noext", "sub/"}), Listing(first + "*.*"));
+    EXPECT_EQ(Names{}, Listing(first + "*.?"));
 
     File::Subst(PString("sFind"), first.c_str());
     File::Subst(PString("sFind"), second.c_str());
-    EXPECT_EQ((Names{"sFind:/a.tga", "sFind:/d.tga"}), Found("sFind:*.tga", true));
-    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "d.tga", "noext", "sub/"}), Found("sFind:*.*"));
-    EXPECT_EQ(Names{}, Found("sFind:sub/*"));
-    EXPECT_EQ(Names{}, Found(dir / "missing/*"));
+    EXPECT_EQ((Names{"sFind:/a.tga", "sFind:/d.tga"}), Listing("sFind:*.tga", true));
+    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "d.tga", "noext", "sub/"}), Listing("sFind:*.*"));
+    EXPECT_EQ(Names{}, Listing("sFind:sub/*"));
+    EXPECT_EQ(Names{}, Listing(dir / "missing/*"));
     File::Find find;
     EXPECT_EQ("Corestone/FileFind: Open() Subst not found", FileFailure([&] { find.Open("sNoSuch:*"); }));
 
@@ -229,7 +219,7 @@ TEST(FileFind, DirectoriesAndSubstitutions)
     File::SubstLink(PString("sFindTop"), PString("sFind"));
     File::SubstLink(PString("sFindTop"), PString("sFindTop"));
     EXPECT_EQ((Names{"sFindTop:/a.tga", "sFindTop:/b.dds", "sFindTop:/d.tga", "sFindTop:/t.tga"}),
-              Found("sFindTop:*.tga;*.dds", true));
+              Listing("sFindTop:*.tga;*.dds", true));
 }
 
 namespace
