@@ -241,19 +241,10 @@ TEST(CompressedFile, SeeksAgreeWithAPlainCopy)
     {
         const long target = targets[i];
         SCOPED_TRACE(target);
-        switch (i % 3)
-        {
-        case 0:
-            ASSERT_EQ(static_cast<unsigned long>(target), file.SeekSet(target));
-            break;
-        case 1:
-            ASSERT_EQ(static_cast<unsigned long>(target),
-                      file.SeekCur(target - static_cast<long>(file.Tell())));
-            break;
-        default:
-            ASSERT_EQ(static_cast<unsigned long>(target), file.SeekEnd(size - target));
-            break;
-        }
+        const unsigned long at = i % 3 == 0   ? file.SeekSet(target)
+                                 : i % 3 == 1 ? file.SeekCur(target - static_cast<long>(file.Tell()))
+                                              : file.SeekEnd(size - target);
+        ASSERT_EQ(static_cast<unsigned long>(target), at);
         const size_t wanted = i % 5 == 0 ? random() % 40000 : random() % 64 + 1;
         const size_t expected = std::min(wanted, data.size() - static_cast<size_t>(target));
         ASSERT_EQ(expected, file.Read(piece.data(), static_cast<unsigned long>(wanted), 1));
