@@ -87,9 +87,7 @@ unsigned long BoundedDecode(const Bytes & coded, unsigned long capacity, Bytes &
     for (size_t i = capacity; i < out.size(); ++i)
         EXPECT_EQ(0xA5, out[i]) << "written past the capacity at " << i;
     if (length != BPE::BAD_STREAM)
-    {
         out.resize(length);
-    }
     return length;
 }
 
@@ -122,13 +120,6 @@ Bytes Slice(const Bytes & whole, size_t start, size_t length)
     start = whole.empty() ? 0 : start % whole.size();
     length = std::min(length, whole.size() - start);
     return {whole.begin() + static_cast<long>(start), whole.begin() + static_cast<long>(start + length)};
-}
-
-Bytes SystemFile(const char * name)
-{
-    Bytes bytes = ReadBytes(name);
-    EXPECT_FALSE(bytes.empty()) << name;
-    return bytes;
 }
 
 // The table-driven definition, one byte at a time, with the table built bit by bit.
@@ -173,8 +164,9 @@ TEST(BPE, EdgeCases)
 
 TEST(BPE, RoundTripsRealAndMadeData)
 {
-    const Bytes text = SystemFile("/usr/share/common-licenses/GPL-3");
-    const Bytes program = SystemFile("/bin/ls");
+    const Bytes text = ReadBytes("/usr/share/common-licenses/GPL-3");
+    const Bytes program = ReadBytes("/bin/ls");
+    ASSERT_TRUE(!text.empty() && !program.empty());
     std::mt19937 random(7);
     Bytes noise(70000);
     for (auto & byte : noise)
@@ -213,7 +205,7 @@ TEST(BPE, GoldenStreams)
 
 TEST(BPE, HostileStreamsFailCleanly)
 {
-    const Bytes text = SystemFile("/usr/share/common-licenses/GPL-3");
+    const Bytes text = ReadBytes("/usr/share/common-licenses/GPL-3");
     const Bytes coded = Compress(Slice(text, 0, 6000));
     ASSERT_LT(coded.size(), 6000u);
     // Cut anywhere: a block cut short is refused, never read past.
@@ -247,12 +239,7 @@ TEST(BPE, HostileStreamsFailCleanly)
     EXPECT_EQ(BPE::BAD_STREAM, BoundedDecode({127 + 127, 127 + 127, 127 + 2, 0, 9, 'a'}, 100, out));
 
     // Each code doubles the one before: 2^200 bytes asked for, answered at once.
-    Bytes doubling = {127 + 50, 127};
-    for (int c = 50; c < 178; ++c)
-        doubling.insert(doubling.end(),
-                        {static_cast<unsigned char>(c - 1), static_cast<unsigned char>(c - 1)});
-    doubling.insert(doubling.end(), {127 + 78, 0, 1, 177});
-    EXPECT_EQ(BPE::BAD_STREAM, BoundedDecode(doubling, 1 << 20, out));
+    EXPECT_EQ(BPE::BAD_STREAM, BoundedDecode(TestSupport::DoublingBlock(177), 1 << 20, out));
 
     // Random garbage: whatever comes out stays inside the destination.
     std::mt19937 random(3);

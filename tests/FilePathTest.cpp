@@ -20,11 +20,8 @@ std::string Edited(const char * text, void (*edit)(Path &))
 TEST(FilePath, ExtensionsAndEquality)
 {
     EXPECT_STREQ("txt", Path::GetExt("dir.d/name.txt"));
-    EXPECT_EQ(nullptr, Path::GetExt("dir.d/name"));
-    EXPECT_EQ(nullptr, Path::GetExt("data:x"));
-    EXPECT_EQ(nullptr, Path::GetExt(""));
-    EXPECT_EQ(nullptr, Path::GetExt(nullptr));
-
+    for (const char * none : {"dir.d/name", "data:x", "", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(nullptr, Path::GetExt(none));
     EXPECT_TRUE(Path::IsEqual("a/b", "a\\b/c"));
     EXPECT_FALSE(Path::IsEqual("A", "a"));
     EXPECT_TRUE(Path::IsEqual("", "anything"));
@@ -174,32 +171,22 @@ TEST(FilePath, EditsStopAtTheBuffer)
 
 TEST(FilePath, Wildcards)
 {
-    EXPECT_TRUE(Path::IsMatch("readme.txt", "*.TXT"));
-    EXPECT_FALSE(Path::IsMatch("a/b.txt", "*.txt"));
-    EXPECT_TRUE(Path::IsMatch("b.dds", "*.tga;*.dds"));
-    EXPECT_FALSE(Path::IsMatch("b.png", "*.tga;*.dds"));
-    EXPECT_TRUE(Path::IsMatch("textures", "textures*."));
-    EXPECT_TRUE(Path::IsMatch("textures", "textures*"));
-    EXPECT_TRUE(Path::IsMatch("./a.txt", ".\\A.TXT"));
-    EXPECT_TRUE(Path::IsMatch("abcabd", "*abd"));
-    EXPECT_TRUE(Path::IsMatch("abc", "a?c"));
-    EXPECT_FALSE(Path::IsMatch("a/c", "a?c"));
-    EXPECT_TRUE(Path::IsMatch("anything", "*"));
-    EXPECT_TRUE(Path::IsMatch("x.y.z", "*.z"));
-    EXPECT_FALSE(Path::IsMatch("abc", "abcd"));
+    // Names and patterns. A '*' anchors only where the name holds the pattern's next character, a
+    // '?' included.
+    const char * matching[] = {
+        "readme.txt",    "*.TXT",       "b.dds",          "*.tga;*.dds", "textures", "textures*.",
+        "textures",      "textures*",   "./a.txt",        ".\\A.TXT",    "abcabd",   "*abd",
+        "abc",           "a?c",         "anything",       "*",           "x.y.z",    "*.z",
+        "a?x",           "*?x",         "ab.x",           "*.?",         "b.c",      "*.?;*.*",
+        "dir/sub/x.txt", "dir/*/*.txt", "DIR\\sub/x.txt", "d*/s?b\\x.*"};
+    const char * failing[] = {"a/b.txt", "*.txt", "b.png",         "*.tga;*.dds", "a/c",         "a?c",
+                              "abc",     "abcd",  "abx",           "*?x",         "ab",          "*?",
+                              "noext",   "*.*",   "dir/sub/x.txt", "dir/*.txt",   "other/x.txt", "dir/*"};
+    for (size_t i = 0; i < sizeof(matching) / sizeof(*matching); i += 2)
+        EXPECT_TRUE(Path::IsMatch(matching[i], matching[i + 1])) << matching[i] << " " << matching[i + 1];
+    for (size_t i = 0; i < sizeof(failing) / sizeof(*failing); i += 2)
+        EXPECT_FALSE(Path::IsMatch(failing[i], failing[i + 1])) << failing[i] << " " << failing[i + 1];
     EXPECT_FALSE(Path::IsMatch(nullptr, "*"));
-    // A '*' anchors only where the name holds the pattern's next character, a '?' included.
-    EXPECT_FALSE(Path::IsMatch("abx", "*?x"));
-    EXPECT_FALSE(Path::IsMatch("ab", "*?"));
-    EXPECT_TRUE(Path::IsMatch("a?x", "*?x"));
-    EXPECT_TRUE(Path::IsMatch("ab.x", "*.?"));
-    EXPECT_FALSE(Path::IsMatch("noext", "*.*"));
-    EXPECT_TRUE(Path::IsMatch("b.c", "*.?;*.*"));
-
-    EXPECT_TRUE(Path::IsMatch("dir/sub/x.txt", "dir/*/*.txt"));
-    EXPECT_TRUE(Path::IsMatch("DIR\\sub/x.txt", "d*/s?b\\x.*"));
-    EXPECT_FALSE(Path::IsMatch("dir/sub/x.txt", "dir/*.txt"));
-    EXPECT_FALSE(Path::IsMatch("other/x.txt", "dir/*"));
 
     const char * rest = "untouched";
     const char * name = "dir/sub/x.txt";

@@ -13,14 +13,13 @@
 
 using Kiv::File;
 using Kiv::PString;
+using TestSupport::FileFailure;
+using TestSupport::Listing;
 using TestSupport::TempDir;
 
 namespace
 {
-void Put(const std::string & name, const std::string & text)
-{
-    TestSupport::WriteBytes(name, std::vector<unsigned char>(text.begin(), text.end()));
-}
+const auto Put = TestSupport::WriteText;
 
 std::string Contents(File & file)
 {
@@ -33,18 +32,20 @@ std::string Contents(File & file)
 class Substs
 {
 public:
-    explicit Substs(std::vector<const char *> names) : names(std::move(names)) {}
+    explicit Substs(std::vector<std::string> names) : names(std::move(names)) {}
     ~Substs()
     {
-        for (const char * name : names)
-            File::Subst(PString(name), nullptr);
+        for (const std::string & name : names)
+            File::Subst(PString(name.c_str()), nullptr);
     }
     Substs(const Substs &) = delete;
     Substs & operator=(const Substs &) = delete;
 
 private:
-    std::vector<const char *> names;
+    std::vector<std::string> names;
 };
+
+using Names = std::multiset<std::string>;
 
 std::string Folder(const TempDir & dir, const char * name)
 {
@@ -140,16 +141,8 @@ TEST(FileSubst, WritingAndFallbacks)
     file.Close();
     EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::CheckWriteMode(PString("sUnknown"), "x"));
 
-    try
-    {
-        File::SubstLink(out, PString("sMissing"));
-        ADD_FAILURE() << "no exception";
-    }
-    catch (const Kiv::FileEx & failure)
-    {
-        EXPECT_STREQ("SubstLink(sOut,sMissing) Other subst (sMissing) not found", failure.Reason());
-        EXPECT_STREQ("Corestone/FileSubstList", failure.File());
-    }
+    EXPECT_EQ("Corestone/FileSubstList: SubstLink(sOut,sMissing) Other subst (sMissing) not found",
+              FileFailure([&] { File::SubstLink(out, PString("sMissing")); }));
 }
 
 TEST(FileSubst, PrefixRules)
@@ -190,22 +183,10 @@ TEST(FileSubst, NamesTooLongBehindTheFolder)
     EXPECT_EQ(0u, File::OpenCount());
 }
 
-TEST(FileSubst, LinkLoopsFindNothing)
-{
-    TempDir dir;
-    const Substs cleanup({"sLoopA", "sLoopB"});
-    File::Subst(PString("sLoopA"), Folder(dir, "a").c_str());
-    File::SubstLink(PString("sLoopB"), PString("sLoopA"));
-    File::SubstLink(PString("sLoopA"), PString("sLoopB"));
-    File file;
-    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sLoopB:none", File::MODE_READ));
-    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists("sLoopA:none"));
-}
-
 TEST(FileFind, DirectoriesAndSubstitutions)
 {
     TempDir dir;
-    const Substs cleanup({"sFind"});
+    const Substs cleanup({"sFind", "sFindTop"});
     const std::string first = Folder(dir, "first");
     const std::string second = Folder(dir, "second");
     Put(first + "a.tga", "1");
@@ -215,52 +196,30 @@ TEST(FileFind, DirectoriesAndSubstitutions)
     Put(second + "d.tga", "2");
     Folder(dir, "first/sub");
 
-    File::Find find;
-    std::multiset<std::string> names;
-    for (bool more = find.Open((first + "*.tga;*.dds").c_str()); more; more = find.Next())
-        names.insert(find.GetNameAndPath().Text());
-    EXPECT_EQ((std::multiset<std::string>{first + "a.tga", first + "b.dds"}), names);
-
-    find.Open((first + "*").c_str());
-    unsigned directories = 0;
-    unsigned count = 0;
-    do
-    {
-        ++count;
-        directories += find.Current().IsDir() ? 1 : 0;
-    } while (find.Next());
-    EXPECT_EQ(4u, count);
-    EXPECT_EQ(1u, directories);
+    EXPECT_EQ((Names{first + "a.tga", first + "b.dds"}), Listing(first + "*.tga;*.dds", true));
+    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "sub/"}), Listing(first + "*"));
     Put(first + "noext", "1");
-    names.clear();
-    for (bool more = find.Open((first + "*.*").c_str()); more; more = find.Next())
-        names.insert(find.Name());
-    EXPECT_EQ((std::multiset<std::string>{"a.tga", "b.dds", "c.txt", "noext", "sub"}), names);
-    EXPECT_FALSE(find.Open((first + "*.?").c_str()));
+    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "noext", "sub/"}), Listing(first + "*.*"));
+    EXPECT_EQ(Names{}, Listing(first + "*.?"));
 
     File::Subst(PString("sFind"), first.c_str());
     File::Subst(PString("sFind"), second.c_str());
-    names.clear();
-    for (bool more = find.Open("sFind:*.tga"); more; more = find.Next())
-        names.insert(find.GetNameAndPath().Text());
-    EXPECT_EQ((std::multiset<std::string>{"sFind:/a.tga", "sFind:/d.tga"}), names);
-    names.clear();
-    for (bool more = find.Open("sFind:*.*"); more; more = find.Next())
-        names.insert(find.Name());
-    EXPECT_EQ((std::multiset<std::string>{"a.tga", "b.dds", "c.txt", "d.tga", "noext", "sub"}), names);
-    EXPECT_FALSE(find.Open("sFind:sub/*"));
-    EXPECT_FALSE(find.Open((dir / "missing/*").c_str()));
+    EXPECT_EQ((Names{"sFind:/a.tga", "sFind:/d.tga"}), Listing("sFind:*.tga", true));
+    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "d.tga", "noext", "sub/"}), Listing("sFind:*.*"));
+    EXPECT_EQ(Names{}, Listing("sFind:sub/*"));
+    EXPECT_EQ(Names{}, Listing(dir / "missing/*"));
+    File::Find find;
+    EXPECT_EQ("Corestone/FileFind: Open() Subst not found", FileFailure([&] { find.Open("sNoSuch:*"); }));
 
-    try
-    {
-        find.Open("sNoSuch:*");
-        ADD_FAILURE() << "no exception";
-    }
-    catch (const Kiv::FileEx & failure)
-    {
-        EXPECT_STREQ("Open() Subst not found", failure.Reason());
-        EXPECT_STREQ("Corestone/FileFind", failure.File());
-    }
+    // Through a link, every place of the linked substitution is listed, each name once.
+    const std::string top = Folder(dir, "top");
+    Put(top + "a.tga", "top");
+    Put(top + "t.tga", "top");
+    File::Subst(PString("sFindTop"), top.c_str());
+    File::SubstLink(PString("sFindTop"), PString("sFind"));
+    File::SubstLink(PString("sFindTop"), PString("sFindTop"));
+    EXPECT_EQ((Names{"sFindTop:/a.tga", "sFindTop:/b.dds", "sFindTop:/d.tga", "sFindTop:/t.tga"}),
+              Listing("sFindTop:*.tga;*.dds", true));
 }
 
 namespace
@@ -293,21 +252,27 @@ private:
 TEST(FileSubst, LinksVisitEachSubstitutionOnce)
 {
     TempDir dir;
-    const Substs cleanup({"sSelf", "sTop", "sLeft", "sRight", "sBottom", "sW0",  "sW1",
-                          "sW2",   "sW3",  "sW4",   "sW5",    "sW6",     "sW7",  "sW8",
-                          "sW9",   "sW10", "sW11",  "sW12",   "sW13",    "sW14", "sW15"});
-    const PString self("sSelf");
-    File::Subst(self, Folder(dir, "self").c_str());
-    for (int i = 0; i < 3; ++i)
-        File::SubstLink(self, self);
-    File file;
-    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sSelf:none", File::MODE_READ));
-    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists("sSelf:none"));
-
     // Sixteen levels, each linking three times to the next: 3^16 paths to the bottom.
     std::vector<std::string> names;
     for (int i = 0; i < 16; ++i)
         names.push_back("sW" + std::to_string(i));
+    std::vector<std::string> all = {"sSelf", "sLoopA", "sLoopB", "sTop", "sLeft", "sRight", "sBottom"};
+    all.insert(all.end(), names.begin(), names.end());
+    const Substs cleanup(all);
+    const PString self("sSelf");
+    File::Subst(self, Folder(dir, "self").c_str());
+    for (int i = 0; i < 3; ++i)
+        File::SubstLink(self, self);
+    File::Subst(PString("sLoopA"), Folder(dir, "a").c_str());
+    File::SubstLink(PString("sLoopB"), PString("sLoopA"));
+    File::SubstLink(PString("sLoopA"), PString("sLoopB"));
+    File file;
+    for (const char * missing : {"sSelf:none", "sLoopA:none", "sLoopB:none"})
+    {
+        EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(missing, File::MODE_READ));
+        EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists(missing));
+    }
+
     const std::string bottom = Folder(dir, "bottom");
     File::Subst(PString(names.back().c_str()), bottom.c_str(), true);
     for (int i = 14; i >= 0; --i)
@@ -395,7 +360,6 @@ TEST(FileSubst, RemovalWhileOtherThreadsWalk)
             [&, user]
             {
                 File file;
-                File::Find find;
                 File::Path found;
                 while (!done)
                 {
@@ -404,18 +368,9 @@ TEST(FileSubst, RemovalWhileOtherThreadsWalk)
                         EXPECT_EQ("b", Contents(file));
                         file.Close();
                     }
+                    // Removed between the two calls, the search may throw.
                     if (user == 1 && File::SubstExists(PString("sBusyLink")) == File::RES_OK)
-                    {
-                        try
-                        {
-                            for (bool more = find.Open("sBusyLink:*"); more;)
-                                more = find.Next();
-                        }
-                        catch (const Kiv::FileEx &)
-                        {
-                            // Removed between the two calls.
-                        }
-                    }
+                        FileFailure([] { Listing("sBusyLink:*"); });
                     if (user == 2)
                         File::ExistsIgnoreCase("sBusyLink:A.TXT", found);
                 }
@@ -435,28 +390,4 @@ TEST(FileSubst, RemovalWhileOtherThreadsWalk)
     for (std::thread & user : users)
         user.join();
     EXPECT_EQ(0u, File::OpenCount());
-}
-
-// A search through a link lists every place of the linked substitution.
-TEST(FileFind, ThroughLinks)
-{
-    TempDir dir;
-    const Substs cleanup({"sFindTop", "sFindBase"});
-    const std::string top = Folder(dir, "top");
-    const std::string older = Folder(dir, "older");
-    const std::string newer = Folder(dir, "newer");
-    Put(top + "a.txt", "top");
-    Put(older + "a.txt", "older");
-    Put(older + "b.txt", "older");
-    Put(newer + "c.txt", "newer");
-    File::Subst(PString("sFindBase"), older.c_str());
-    File::Subst(PString("sFindBase"), newer.c_str());
-    File::Subst(PString("sFindTop"), top.c_str());
-    File::SubstLink(PString("sFindTop"), PString("sFindBase"));
-    File::SubstLink(PString("sFindTop"), PString("sFindTop"));
-    File::Find find;
-    std::multiset<std::string> names;
-    for (bool more = find.Open("sFindTop:*.txt"); more; more = find.Next())
-        names.insert(find.GetNameAndPath().Text());
-    EXPECT_EQ((std::multiset<std::string>{"sFindTop:/a.txt", "sFindTop:/b.txt", "sFindTop:/c.txt"}), names);
 }

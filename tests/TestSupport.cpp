@@ -39,6 +39,30 @@ void WriteBytes(const std::string & fileName, const std::vector<unsigned char> &
     out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
+void WriteText(const std::string & fileName, const std::string & text)
+{
+    WriteBytes(fileName, {text.begin(), text.end()});
+}
+
+std::multiset<std::string> Listing(const std::string & pattern, bool withPath)
+{
+    std::multiset<std::string> names;
+    Kiv::File::Find find;
+    for (bool more = find.Open(pattern.c_str()); more; more = find.Next())
+        names.insert(withPath ? find.GetNameAndPath().Text()
+                              : std::string(find.Name()) + (find.Current().IsDir() ? "/" : ""));
+    return names;
+}
+
+std::vector<unsigned char> DoublingBlock(unsigned char code)
+{
+    std::vector<unsigned char> block = {127 + 50, 127};
+    for (int c = 49; c < 177; ++c)
+        block.insert(block.end(), {static_cast<unsigned char>(c), static_cast<unsigned char>(c)});
+    block.insert(block.end(), {127 + 78, 0, 1, code});
+    return block;
+}
+
 std::string DataFile(const std::string & name)
 {
     return std::string(CORESTONE_TEST_DATA) + "/" + name;
