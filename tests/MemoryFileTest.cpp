@@ -79,8 +79,6 @@ TEST(MemoryFile, OpenOverMemoryViewsOrConvertsText)
         EXPECT_EQ(marked.data(), memory.Data());
         EXPECT_EQ(6u, memory.Size());
     }
-    ASSERT_TRUE(memory.Open(plain.data(), 3, true, 0));
-    EXPECT_EQ(plain.data(), memory.Data());
 
     // The mark alone is no text; with the mark the rest converts.
     EXPECT_FALSE(memory.Open(marked.data(), 2, true, 0));
@@ -91,9 +89,6 @@ TEST(MemoryFile, OpenOverMemoryViewsOrConvertsText)
     const Bytes bare = Utf16(u"line\r\n", false);
     ASSERT_TRUE(memory.Open(bare.data(), static_cast<unsigned>(bare.size()) + 1, true, 2));
     EXPECT_EQ("line\r\n", Text(memory));
-    memory.Close();
-    EXPECT_EQ(0u, memory.Size());
-    EXPECT_EQ(nullptr, memory.CurrentPosition());
 
     // Outside ASCII the text converts by the locale, or stays unconverted where it cannot.
     const Bytes wide = Utf16(u"\u00e9\u20ac\U0001F600", true);
@@ -135,20 +130,15 @@ TEST(MemoryFile, ReadsAreAllOrNothing)
     EXPECT_EQ(8u, memory.Tell());
     // Counts whose product does not fit 32 bits are refused, not wrapped.
     EXPECT_EQ(0u, memory.Read(out, 0x40000000u, 4));
-    memory.SeekSet(0);
+    EXPECT_EQ(0u, memory.SeekSet(0));
     EXPECT_TRUE(memory.Read(big));
     EXPECT_EQ(0x04030201, big);
-}
 
-TEST(MemoryFile, SeekRules)
-{
-    const Bytes bytes(10, 0x55);
-    MemoryFile memory(bytes.data(), 10);
-    EXPECT_EQ(10u, memory.SeekEnd(0));
-    EXPECT_TRUE(memory.Eof());
-    EXPECT_EQ(6u, memory.SeekEnd(4));
+    // Seeks clamp at the start only; an unknown origin leaves the cursor.
+    EXPECT_EQ(11u, memory.SeekEnd(0));
+    EXPECT_EQ(7u, memory.SeekEnd(4));
     EXPECT_EQ(0u, memory.SeekCur(-20));
-    EXPECT_EQ(0u, memory.SeekEnd(11));
+    EXPECT_EQ(0u, memory.SeekEnd(12));
     EXPECT_EQ(3u, memory.SeekSet(3));
     EXPECT_EQ(3u, memory.Seek(5, static_cast<File::FileSeek>(3)));
     // No upper clamp: past the end stays past it, and reads and writes find nothing there.
@@ -171,12 +161,9 @@ TEST(MemoryFile, WritesFitTheBlockAndCopiesOwnTheirBlock)
     EXPECT_EQ(4u, memory.Write("abcd", 4));
     EXPECT_EQ(0u, memory.Write("xyz", 3));
     EXPECT_EQ(2u, memory.Write("ef", 2));
-    memory.SetName("made");
 
     MemoryFile copy(memory);
-    EXPECT_NE(memory.Data(), copy.Data());
     EXPECT_EQ(6u, copy.Tell());
-    EXPECT_STREQ("made", copy.Name());
     memory.SeekSet(0);
     memory.Write("Z", 1);
     EXPECT_EQ("abcdef", Text(copy));
@@ -191,7 +178,7 @@ TEST(MemoryFile, WritesFitTheBlockAndCopiesOwnTheirBlock)
     EXPECT_EQ("view", Text(other));
 }
 
-TEST(MemoryFile, PooledStringRead)
+TEST(MemoryFile, PooledStringsAndHostileCounts)
 {
     DynamicBuffer buffer;
     buffer.Write32(5u);
@@ -201,7 +188,6 @@ TEST(MemoryFile, PooledStringRead)
     buffer.Write32(100u);
     buffer.Write("shortab", 7);
     MemoryFile memory(buffer.GetData(), static_cast<unsigned>(buffer.GetLength()));
-
     Kiv::PString name;
     EXPECT_TRUE(memory.Read(name, false));
     EXPECT_EQ(Kiv::PString("name!"), name);
@@ -215,25 +201,39 @@ TEST(MemoryFile, PooledStringRead)
     memory.SeekEnd(2);
     EXPECT_FALSE(memory.Read(name));
     EXPECT_EQ(memory.Size() - 2, memory.Tell());
+
+    // Counts far beyond the data: the string ends null, the reader stays inside the block.
+    for (uint32_t count : {0x3FFFFFFFu, 0x7FFFFFFFu, 0xFFFFFFFFu, 20u})
+    {
+        Bytes bytes(12, 'q');
+        memcpy(bytes.data(), &count, 4);
+        MemoryFile hostile(bytes.data(), static_cast<unsigned>(bytes.size()));
+        Kiv::String text("before");
+        EXPECT_FALSE(hostile.Read(text));
+        EXPECT_EQ(nullptr, static_cast<const char *>(text));
+        Kiv::UnicodeString wide(L"before");
+        hostile.SeekSet(0);
+        EXPECT_FALSE(hostile.Read(wide));
+        hostile.SeekSet(0);
+        EXPECT_FALSE(hostile.Read(name));
+        EXPECT_EQ(4u, hostile.Tell());
+    }
 }
 
-// Every serialised string reads and writes through memory exactly as through a file.
+// Serialised strings read and write through memory exactly as through a file.
 TEST(MemoryFile, SerialisedStringsMatchTheFileForm)
 {
     TempDir dir;
     const std::string name = dir / "strings.bin";
     const Kiv::AnsiString ansi("plain text");
-    const Kiv::String null;
     const Kiv::UnicodeString wide(L"wide \u00e9 \U0001F600");
-    const Kiv::PString pooled("pooled");
     File file;
     ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_WRITE | File::MODE_CREATE));
     DynamicBuffer buffer(0, 16);
     MemoryFile block;
     ASSERT_TRUE(block.Open(256u));
     for (Kiv::BinWriter * writer : std::initializer_list<Kiv::BinWriter *>{&file, &buffer, &block})
-        EXPECT_TRUE(ansi.Write(*writer) && null.Write(*writer) && wide.Write(*writer) &&
-                    pooled.Write(*writer));
+        EXPECT_TRUE(ansi.Write(*writer) && wide.Write(*writer) && Kiv::String().Write(*writer));
     file.Close();
     const Bytes stored = ReadBytes(name);
     EXPECT_EQ(stored, Contents(buffer));
@@ -244,39 +244,14 @@ TEST(MemoryFile, SerialisedStringsMatchTheFileForm)
     for (Kiv::BinReader * reader : std::initializer_list<Kiv::BinReader *>{&memory, &buffer})
     {
         Kiv::AnsiString readAnsi;
-        Kiv::String readNull("x");
         Kiv::UnicodeString readWide;
-        Kiv::PString readPooled;
-        EXPECT_TRUE(readAnsi.Read(*reader) && readNull.Read(*reader) && readWide.Read(*reader) &&
-                    readPooled.Read(*reader));
+        Kiv::String readNull;
+        EXPECT_TRUE(readAnsi.Read(*reader) && readWide.Read(*reader) && readNull.Read(*reader));
         EXPECT_EQ(ansi, readAnsi);
-        // A stored count of 0 reads as the empty string, never the null one.
-        EXPECT_STREQ("", readNull);
         EXPECT_EQ(0, wcscmp(wide, readWide));
-        EXPECT_EQ(pooled, readPooled);
+        EXPECT_STREQ("", readNull);
     }
     EXPECT_TRUE(memory.Eof());
-}
-
-TEST(MemoryFile, HostileCountsFailWithoutOverrun)
-{
-    // Counts far beyond the data: the string ends null, the reader stays inside the block.
-    for (uint32_t count : {0x3FFFFFFFu, 0x7FFFFFFFu, 0xFFFFFFFFu, 20u})
-    {
-        Bytes bytes(12, 'q');
-        memcpy(bytes.data(), &count, 4);
-        MemoryFile memory(bytes.data(), static_cast<unsigned>(bytes.size()));
-        Kiv::String text("before");
-        EXPECT_FALSE(memory.Read(text));
-        EXPECT_EQ(nullptr, static_cast<const char *>(text));
-        Kiv::UnicodeString wide(L"before");
-        memory.SeekSet(0);
-        EXPECT_FALSE(memory.Read(wide));
-        Kiv::PString pooled;
-        memory.SeekSet(0);
-        EXPECT_FALSE(memory.Read(pooled));
-        EXPECT_EQ(4u, memory.Tell());
-    }
 }
 
 TEST(MemoryFile, LoadsFromFiles)
@@ -362,9 +337,7 @@ TEST(DynamicBuffer, GrowsInStepsOfTheGranularity)
     expected.insert(expected.end(), {'a', 'b', 'c', 'd', 'e', 'f'});
     EXPECT_EQ(expected, Contents(larger));
 
-    DynamicBuffer fine(10, 0);
-    EXPECT_EQ(10u, fine.GetCapacity());
-    EXPECT_EQ(512u, fine.GetGranularity());
+    EXPECT_EQ(512u, DynamicBuffer(10, 0).GetGranularity());
     DynamicBuffer steps(0, 100);
     steps.Write(bytes.data(), 250, 1);
     EXPECT_EQ(300u, steps.GetCapacity());
@@ -392,7 +365,6 @@ TEST(DynamicBuffer, ReadOnlyDataIsNeverChanged)
     unsigned int value = 0;
     EXPECT_TRUE(view.Read32(value));
     EXPECT_EQ(0x04030201u, value);
-    EXPECT_EQ(data, DynamicBuffer(view).GetData());
 
     // Not read-only: the data are copied, and the caller's block is never freed or changed.
     DynamicBuffer owned(data, 4, false);
@@ -433,11 +405,9 @@ TEST(DynamicBuffer, PositionLengthAndReads)
     buffer.Write("abcdef", 6, 1);
     buffer.Seek(2);
     buffer.Write("XY", 2, 1);
-    EXPECT_EQ((Bytes{'a', 'b', 'X', 'Y', 'e', 'f'}), Contents(buffer));
     DynamicBuffer copy(buffer);
-    EXPECT_NE(buffer.GetData(), copy.GetData());
-    EXPECT_EQ(Contents(buffer), Contents(copy));
-    EXPECT_EQ(4u, copy.GetPosition());
+    buffer.Write("Z", 1, 1);
+    EXPECT_EQ((Bytes{'a', 'b', 'X', 'Y', 'e', 'f'}), Contents(copy));
     buffer.Clean();
     EXPECT_EQ(nullptr, buffer.GetCurrentData());
     EXPECT_EQ(0u, buffer.GetCapacity());
