@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -39,12 +38,6 @@ struct Outcome
     std::string out;
     std::string err;
 };
-
-std::string Text(const std::string & fileName)
-{
-    const Bytes bytes = ReadBytes(fileName);
-    return std::string(bytes.begin(), bytes.end());
-}
 
 // The kiv program is built beside the test programs.
 std::string KivProgram()
@@ -103,7 +96,8 @@ Outcome RunKiv(const TempDir & dir, std::vector<std::string> words)
     const int code =
         started == 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 #endif
-    return {code, Text(out), Text(err)};
+    const Bytes output = ReadBytes(out), errors = ReadBytes(err);
+    return {code, std::string(output.begin(), output.end()), std::string(errors.begin(), errors.end())};
 }
 
 // The lines of a program's output.
@@ -169,6 +163,20 @@ bool Mentions(const Outcome & outcome, const std::string & name)
 {
     return outcome.err.find(name) != std::string::npos;
 }
+
+// A failing command answers 1 and names the file at fault.
+Outcome ExpectFails(const TempDir & dir, const std::vector<std::string> & words, const std::string & name)
+{
+    const Outcome outcome = RunKiv(dir, words);
+    EXPECT_EQ(1, outcome.code) << words[0] << " " << name;
+    EXPECT_TRUE(Mentions(outcome, name)) << outcome.err;
+    return outcome;
+}
+
+std::vector<std::string> Listed(const TempDir & dir, const std::string & archive)
+{
+    return Lines(RunKiv(dir, {"list", archive}).out);
+}
 } // namespace
 
 TEST(KivTool, PacksListsAndExtractsATreeByteForByte)
@@ -180,43 +188,34 @@ TEST(KivTool, PacksListsAndExtractsATreeByteForByte)
     for (const auto & [name, bytes] : original)
         names.push_back(name);
 
-    for (const char * form : {"plain", "compressed"})
+    for (const std::string form : {"plain", "compressed"})
     {
-        const bool compressed = std::string(form) == "compressed";
         SCOPED_TRACE(form);
-        const std::string archive = dir / (std::string(form) + ".arc");
+        const bool compressed = form == "compressed";
+        const std::string archive = dir / (form + ".arc");
         std::vector<std::string> pack = {"pack", root, archive};
         if (compressed)
             pack.push_back("--compress");
         const Outcome packed = RunKiv(dir, pack);
         ASSERT_EQ(0, packed.code) << packed.err;
-
-        const Outcome listed = RunKiv(dir, {"list", archive});
-        EXPECT_EQ(0, listed.code) << listed.err;
-        EXPECT_EQ(names, Lines(listed.out));
-        const Outcome details = RunKiv(dir, {"list", "--long", archive});
-        const std::vector<std::string> rows = Lines(details.out);
+        EXPECT_EQ(names, Listed(dir, archive));
+        // The long listing flags every stored file compressed or not.
+        const std::vector<std::string> rows = Lines(RunKiv(dir, {"list", "--long", archive}).out);
         EXPECT_EQ(names.size(), rows.size());
-        EXPECT_EQ(rows.size(), static_cast<size_t>(std::count_if(
-                                   rows.begin(), rows.end(),
-                                   [&](const std::string & row)
-                                   { return row.size() > 11 && row[11] == (compressed ? 'c' : '-'); })));
-
-        const std::string out = dir / (std::string(form) + "-out");
-        const Outcome extracted = RunKiv(dir, {"extract", archive, out});
+        for (const std::string & row : rows)
+            EXPECT_TRUE(row.size() > 11 && row[11] == (compressed ? 'c' : '-')) << row;
+        const Outcome extracted = RunKiv(dir, {"extract", archive, dir / (form + "-out")});
         ASSERT_EQ(0, extracted.code) << extracted.err;
-        EXPECT_TRUE(Tree(out) == original);
+        EXPECT_TRUE(Tree(dir / (form + "-out")) == original);
     }
     EXPECT_LT(fs::file_size(dir / "compressed.arc"), fs::file_size(dir / "plain.arc"));
 
     // Packing again replaces the archive; one file can be taken out alone.
+    const std::string text = "deep/er/still deeper/text file.txt";
     ASSERT_EQ(0, RunKiv(dir, {"pack", root, dir / "plain.arc"}).code);
-    const std::string single = dir / "single";
-    ASSERT_EQ(0,
-              RunKiv(dir, {"extract", dir / "plain.arc", single, "deep/er/still deeper/text file.txt"}).code);
-    EXPECT_EQ(1u, Tree(single).size());
-    EXPECT_EQ(original.at("deep/er/still deeper/text file.txt"),
-              ReadBytes(single + "/deep/er/still deeper/text file.txt"));
+    ASSERT_EQ(0, RunKiv(dir, {"extract", dir / "plain.arc", dir / "single", text}).code);
+    EXPECT_EQ(1u, Tree(dir / "single").size());
+    EXPECT_EQ(original.at(text), ReadBytes(dir / "single" + "/" + text));
 }
 
 TEST(KivTool, AddsAndRemovesStoredFiles)
@@ -228,8 +227,7 @@ TEST(KivTool, AddsAndRemovesStoredFiles)
     WriteBytes(dir / "in/sub/b.txt", {'b', 'b'});
     WorkingFolder inside(dir.Path());
     ASSERT_EQ(0, RunKiv(dir, {"add", "work.arc", "in/a.txt", "./in/sub"}).code);
-    EXPECT_EQ((std::vector<std::string>{"in/a.txt", "in/sub/b.txt"}),
-              Lines(RunKiv(dir, {"list", archive}).out));
+    EXPECT_EQ((std::vector<std::string>{"in/a.txt", "in/sub/b.txt"}), Listed(dir, archive));
 
     // Adding a name again replaces the stored file.
     WriteBytes(dir / "in/a.txt", {'n', 'e', 'w'});
@@ -238,16 +236,11 @@ TEST(KivTool, AddsAndRemovesStoredFiles)
     EXPECT_EQ((Bytes{'n', 'e', 'w'}), ReadBytes(dir / "x/in/a.txt"));
 
     ASSERT_EQ(0, RunKiv(dir, {"rm", archive, "in/a.txt"}).code);
-    EXPECT_EQ((std::vector<std::string>{"in/sub/b.txt"}), Lines(RunKiv(dir, {"list", archive}).out));
-    const Outcome again = RunKiv(dir, {"rm", archive, "in/a.txt"});
-    EXPECT_EQ(1, again.code);
-    EXPECT_TRUE(Mentions(again, "in/a.txt")) << again.err;
-
+    EXPECT_EQ((std::vector<std::string>{"in/sub/b.txt"}), Listed(dir, archive));
+    ExpectFails(dir, {"rm", archive, "in/a.txt"}, "in/a.txt");
     // A missing input changes nothing.
-    const Outcome missing = RunKiv(dir, {"add", archive, "in/sub/b.txt", "nothere.txt"});
-    EXPECT_EQ(1, missing.code);
-    EXPECT_TRUE(Mentions(missing, "nothere.txt")) << missing.err;
-    EXPECT_EQ((std::vector<std::string>{"in/sub/b.txt"}), Lines(RunKiv(dir, {"list", archive}).out));
+    ExpectFails(dir, {"add", archive, "in/sub/b.txt", "nothere.txt"}, "nothere.txt");
+    EXPECT_EQ((std::vector<std::string>{"in/sub/b.txt"}), Listed(dir, archive));
 }
 
 TEST(KivTool, CompressesDecompressesAndChecks)
@@ -268,44 +261,39 @@ TEST(KivTool, CompressesDecompressesAndChecks)
 
     const Outcome crc = RunKiv(dir, {"crc", dir / "plain.txt", dir / "packed.cfil"});
     EXPECT_EQ(0, crc.code);
-    char expected[64];
-    snprintf(expected, sizeof(expected), "%08lX  ",
-             Kiv::Crc::Calc(plain.data(), plain.size(), 0) & 0xFFFFFFFFul);
-    const std::vector<std::string> lines = Lines(crc.out);
-    ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ(expected + (dir / "plain.txt"), lines[0]);
-    snprintf(expected, sizeof(expected), "%08lX  ",
-             Kiv::Crc::Calc(packed.data(), packed.size(), 0) & 0xFFFFFFFFul);
-    EXPECT_EQ(expected + (dir / "packed.cfil"), lines[1]);
+    std::vector<std::string> expected;
+    for (const auto & [bytes, name] : {std::pair{&plain, "plain.txt"}, {&packed, "packed.cfil"}})
+    {
+        char sum[16];
+        snprintf(sum, sizeof(sum), "%08lX  ", Kiv::Crc::Calc(bytes->data(), bytes->size(), 0) & 0xFFFFFFFFul);
+        expected.push_back(sum + (dir / name));
+    }
+    EXPECT_EQ(expected, Lines(crc.out));
 
     // A plain input is not expanded, and a failed output is not left behind.
-    const Outcome notCompressed = RunKiv(dir, {"decompress", dir / "plain.txt", dir / "never.txt"});
-    EXPECT_EQ(1, notCompressed.code);
-    EXPECT_TRUE(Mentions(notCompressed, "plain.txt")) << notCompressed.err;
+    ExpectFails(dir, {"decompress", dir / "plain.txt", dir / "never.txt"}, "plain.txt");
     EXPECT_FALSE(fs::exists(dir / "never.txt"));
 #if defined(__linux__)
     // A full disk fails naming the output, which is left alone since the command did not make it.
-    const Outcome full = RunKiv(dir, {"decompress", dir / "packed.cfil", "/dev/full"});
-    EXPECT_EQ(1, full.code);
-    EXPECT_TRUE(Mentions(full, "/dev/full")) << full.err;
+    ExpectFails(dir, {"decompress", dir / "packed.cfil", "/dev/full"}, "/dev/full");
     EXPECT_TRUE(fs::exists("/dev/full"));
 #endif
     // One unreadable file among several still gives the others and fails.
-    const Outcome partly = RunKiv(dir, {"crc", dir / "missing.bin", dir / "plain.txt"});
-    EXPECT_EQ(1, partly.code);
-    EXPECT_EQ(1u, Lines(partly.out).size());
-    EXPECT_TRUE(Mentions(partly, "missing.bin")) << partly.err;
+    EXPECT_EQ(
+        1u,
+        Lines(ExpectFails(dir, {"crc", dir / "missing.bin", dir / "plain.txt"}, "missing.bin").out).size());
 }
 
 TEST(KivTool, ErrorsNameTheFileAndTheReason)
 {
     TempDir dir;
-    const Outcome missing = RunKiv(dir, {"list", dir / "missing.arc"});
-    EXPECT_EQ(1, missing.code);
-    EXPECT_TRUE(Mentions(missing, "missing.arc")) << missing.err;
+    ExpectFails(dir, {"list", dir / "missing.arc"}, "missing.arc");
+    ExpectFails(dir, {"pack", dir / "nofolder", dir / "x.arc"}, "nofolder");
+    ExpectFails(dir, {"compress", dir / "absent.txt", dir / "y.cfil"}, "absent.txt");
 
     // Bytes that are no archive, and an archive cut short inside its first block.
     WriteBytes(dir / "garbage.arc", Bytes(300, 0x5A));
+    ExpectFails(dir, {"list", dir / "garbage.arc"}, "garbage.arc");
     fs::create_directories(dir / "small");
     WriteBytes(dir / "small/f.txt", Bytes(5000, 'f'));
     ASSERT_EQ(0, RunKiv(dir, {"pack", dir / "small", dir / "whole.arc"}).code);
@@ -313,29 +301,16 @@ TEST(KivTool, ErrorsNameTheFileAndTheReason)
     whole.resize(whole.size() / 2);
     WriteBytes(dir / "cut.arc", whole);
     for (const char * damaged : {"garbage.arc", "cut.arc"})
-    {
-        for (const char * command : {"list", "extract"})
+        for (const std::string command : {"list", "extract"})
         {
             std::vector<std::string> words = {command, dir / damaged};
-            if (std::string(command) == "extract")
+            if (command == "extract")
                 words.push_back(dir / "out");
             const Outcome outcome = RunKiv(dir, words);
-            const bool cleanEmpty = outcome.code == 0 && outcome.out.empty();
-            EXPECT_TRUE(outcome.code == 1 || cleanEmpty) << damaged << " " << command << ": " << outcome.err;
-            if (outcome.code != 0)
-            {
-                EXPECT_TRUE(Mentions(outcome, damaged)) << outcome.err;
-            }
+            EXPECT_TRUE(outcome.code == 1 || (outcome.code == 0 && outcome.out.empty()))
+                << damaged << " " << command << ": " << outcome.err;
+            EXPECT_TRUE(outcome.code == 0 || Mentions(outcome, damaged)) << outcome.err;
         }
-    }
-    EXPECT_EQ(1, RunKiv(dir, {"list", dir / "garbage.arc"}).code);
-
-    const Outcome noFolder = RunKiv(dir, {"pack", dir / "nofolder", dir / "x.arc"});
-    EXPECT_EQ(1, noFolder.code);
-    EXPECT_TRUE(Mentions(noFolder, "nofolder")) << noFolder.err;
-    const Outcome noInput = RunKiv(dir, {"compress", dir / "absent.txt", dir / "y.cfil"});
-    EXPECT_EQ(1, noInput.code);
-    EXPECT_TRUE(Mentions(noInput, "absent.txt")) << noInput.err;
 
     // A stored name that leads out of the folder (the archive itself takes it) is never extracted there.
     const std::string hostile = dir / "hostile.arc";
@@ -349,9 +324,7 @@ TEST(KivTool, ErrorsNameTheFileAndTheReason)
     Kiv::File::Subst(subst, nullptr);
     if (made)
     {
-        const Outcome escaped = RunKiv(dir, {"extract", hostile, dir / "inside"});
-        EXPECT_EQ(1, escaped.code);
-        EXPECT_TRUE(Mentions(escaped, "escape.txt")) << escaped.err;
+        ExpectFails(dir, {"extract", hostile, dir / "inside"}, "escape.txt");
         EXPECT_FALSE(fs::exists(dir / "escape.txt"));
     }
 
@@ -362,8 +335,7 @@ TEST(KivTool, ErrorsNameTheFileAndTheReason)
     const Outcome packHelp = RunKiv(dir, {"pack", "--help"});
     EXPECT_EQ(0, packHelp.code);
     EXPECT_NE(std::string::npos, packHelp.out.find("--compress"));
-    EXPECT_EQ(2, RunKiv(dir, {"unpack"}).code);
-    EXPECT_EQ(2, RunKiv(dir, {"list"}).code);
-    EXPECT_EQ(2, RunKiv(dir, {"list", "a", "b"}).code);
-    EXPECT_EQ(2, RunKiv(dir, {"list", "--fast", "a"}).code);
+    for (const std::vector<std::string> & words :
+         {std::vector<std::string>{"unpack"}, {"list"}, {"list", "a", "b"}, {"list", "--fast", "a"}})
+        EXPECT_EQ(2, RunKiv(dir, words).code) << words.back();
 }

@@ -30,10 +30,8 @@ Bytes Utf16(const char16_t * text, bool mark)
     if (mark)
         bytes = {0xFF, 0xFE};
     for (; *text; ++text)
-    {
-        bytes.push_back(static_cast<unsigned char>(*text & 0xFF));
-        bytes.push_back(static_cast<unsigned char>(*text >> 8));
-    }
+        bytes.insert(bytes.end(),
+                     {static_cast<unsigned char>(*text & 0xFF), static_cast<unsigned char>(*text >> 8)});
     return bytes;
 }
 
@@ -54,20 +52,14 @@ bool LocaleConvertsUtf8()
     return mbstowcs(probe, "\xC3\xA9", 4) == 1;
 }
 
-// Restores the process's locale when a test has changed it.
-class LocaleScope
+// The file's text loaded as 8-bit text with the given encoding.
+std::string LoadText(const std::string & name, int encoding)
 {
-public:
-    explicit LocaleScope(const char * name) : saved(setlocale(LC_ALL, nullptr))
-    {
-        ok = setlocale(LC_ALL, name);
-    }
-    ~LocaleScope() { setlocale(LC_ALL, saved.c_str()); }
-    bool ok;
-
-private:
-    std::string saved;
-};
+    File file;
+    EXPECT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_READ));
+    MemoryFile memory(file, true, encoding);
+    return memory.IsOpen() ? Text(memory) : "(not open)";
+}
 } // namespace
 
 TEST(MemoryFile, OpenOverMemoryViewsOrConvertsText)
@@ -85,40 +77,31 @@ TEST(MemoryFile, OpenOverMemoryViewsOrConvertsText)
         EXPECT_EQ(marked.data(), memory.Data());
         EXPECT_EQ(6u, memory.Size());
     }
-    ASSERT_TRUE(memory.Open(plain.data(), 3, true, 0));
-    EXPECT_EQ(plain.data(), memory.Data());
 
     // The mark alone is no text; with the mark the rest converts.
     EXPECT_FALSE(memory.Open(marked.data(), 2, true, 0));
     ASSERT_TRUE(memory.Open(marked.data(), 6, true, 0));
-    EXPECT_NE(marked.data(), memory.Data());
     EXPECT_EQ("hi", Text(memory));
 
     // Encoding 2 converts without looking for a mark; an odd last byte is no unit.
     const Bytes bare = Utf16(u"line\r\n", false);
     ASSERT_TRUE(memory.Open(bare.data(), static_cast<unsigned>(bare.size()) + 1, true, 2));
     EXPECT_EQ("line\r\n", Text(memory));
-    EXPECT_EQ(6u, memory.Size());
-    memory.Close();
-    EXPECT_EQ(0u, memory.Size());
-    EXPECT_EQ(nullptr, memory.CurrentPosition());
-}
 
-TEST(MemoryFile, TextOutsideAsciiConvertsOrFallsBackUnconverted)
-{
+    // Outside ASCII the text converts by the locale, or stays unconverted where it cannot.
     const Bytes wide = Utf16(u"\u00e9\u20ac\U0001F600", true);
-    MemoryFile memory;
+    const std::string saved = setlocale(LC_ALL, nullptr);
     if (LocaleConvertsUtf8())
     {
         ASSERT_TRUE(memory.Open(wide.data(), static_cast<unsigned>(wide.size()), true, 0));
         EXPECT_EQ("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", Text(memory));
     }
-    LocaleScope ascii("C");
-    if (!ascii.ok || LocaleConvertsUtf8())
-        GTEST_SKIP() << "no locale without these characters";
-    ASSERT_TRUE(memory.Open(wide.data(), static_cast<unsigned>(wide.size()), true, 0));
-    EXPECT_EQ(wide.data(), memory.Data());
-    EXPECT_EQ(wide.size(), memory.Size());
+    if (setlocale(LC_ALL, "C") && !LocaleConvertsUtf8())
+    {
+        ASSERT_TRUE(memory.Open(wide.data(), static_cast<unsigned>(wide.size()), true, 0));
+        EXPECT_EQ(wide, Bytes(memory.Data(), memory.Data() + memory.Size()));
+    }
+    setlocale(LC_ALL, saved.c_str());
 }
 
 TEST(MemoryFile, ReadsAreAllOrNothing)
@@ -130,44 +113,35 @@ TEST(MemoryFile, ReadsAreAllOrNothing)
     EXPECT_EQ(4u, memory.Read(out, 2, 2));
     EXPECT_EQ((Bytes{1, 2, 3, 4}), Bytes(out, out + 4));
     EXPECT_EQ(0x0605u, memory.Readuword());
-    EXPECT_EQ(6u, memory.Tell());
     EXPECT_EQ(0x07, memory.Peek());
     EXPECT_EQ(0x07, memory.Readsbyte());
     EXPECT_EQ(1.5f, memory.Readfloat());
     EXPECT_TRUE(memory.Eof());
     EXPECT_EQ(-1, memory.Peek());
 
+    // Four bytes with three remaining: nothing, and the cursor stays.
     memory.SeekEnd(3);
     EXPECT_EQ(0u, memory.Read(out, 4, 1));
-    EXPECT_EQ(8u, memory.Tell());
     EXPECT_EQ(0u, memory.Readudword());
     long big = 7;
     EXPECT_FALSE(memory.Read(big));
     EXPECT_EQ(8u, memory.Tell());
     // Counts whose product does not fit 32 bits are refused, not wrapped.
     EXPECT_EQ(0u, memory.Read(out, 0x40000000u, 4));
-    memory.SeekSet(0);
+    EXPECT_EQ(0u, memory.SeekSet(0));
     EXPECT_TRUE(memory.Read(big));
     EXPECT_EQ(0x04030201, big);
-    EXPECT_EQ(static_cast<short>(0x0605), memory.Readsword());
-}
 
-TEST(MemoryFile, SeekRules)
-{
-    const Bytes bytes(10, 0x55);
-    MemoryFile memory(bytes.data(), 10);
-    EXPECT_EQ(10u, memory.SeekEnd(0));
-    EXPECT_TRUE(memory.Eof());
-    EXPECT_EQ(6u, memory.SeekEnd(4));
-    EXPECT_EQ(8u, memory.SeekCur(2));
+    // Seeks clamp at the start only; an unknown origin leaves the cursor.
+    EXPECT_EQ(11u, memory.SeekEnd(0));
+    EXPECT_EQ(7u, memory.SeekEnd(4));
     EXPECT_EQ(0u, memory.SeekCur(-20));
-    EXPECT_EQ(0u, memory.SeekEnd(11));
+    EXPECT_EQ(0u, memory.SeekEnd(12));
     EXPECT_EQ(3u, memory.SeekSet(3));
     EXPECT_EQ(3u, memory.Seek(5, static_cast<File::FileSeek>(3)));
     // No upper clamp: past the end stays past it, and reads and writes find nothing there.
     EXPECT_EQ(25u, memory.SeekSet(25));
     EXPECT_EQ(15u, memory.SeekCur(-10));
-    EXPECT_TRUE(memory.Eof());
     EXPECT_EQ(0, memory.Readubyte());
     EXPECT_EQ(-1, memory.Peek());
     EXPECT_EQ(0x7FFFFFFFu, memory.SeekSet(0x7FFFFFFF));
@@ -184,19 +158,13 @@ TEST(MemoryFile, WritesFitTheBlockAndCopiesOwnTheirBlock)
     EXPECT_EQ(Bytes(6, 0), Bytes(memory.Data(), memory.Data() + 6));
     EXPECT_EQ(4u, memory.Write("abcd", 4));
     EXPECT_EQ(0u, memory.Write("xyz", 3));
-    EXPECT_EQ(4u, memory.Tell());
     EXPECT_EQ(2u, memory.Write("ef", 2));
-    memory.SetName("made");
 
     MemoryFile copy(memory);
-    EXPECT_NE(memory.Data(), copy.Data());
     EXPECT_EQ(6u, copy.Tell());
-    EXPECT_STREQ("made", copy.Name());
     memory.SeekSet(0);
     memory.Write("Z", 1);
     EXPECT_EQ("abcdef", Text(copy));
-    memory.Close();
-    EXPECT_EQ(nullptr, static_cast<const char *>(memory.Name()));
 
     // A view stays a view of the caller's memory (a char pointer alone would name a file).
     const char * text = "view";
@@ -208,19 +176,16 @@ TEST(MemoryFile, WritesFitTheBlockAndCopiesOwnTheirBlock)
     EXPECT_EQ("view", Text(other));
 }
 
-TEST(MemoryFile, PooledStringRead)
+TEST(MemoryFile, PooledStringsAndHostileCounts)
 {
     DynamicBuffer buffer;
     buffer.Write32(5u);
-    buffer.Write("name", 4);
-    buffer.Write("!", 1);
+    buffer.Write("name!", 5);
     buffer.Write32(0x40000004u);
     buffer.Write("h\0i\0", 4);
     buffer.Write32(100u);
-    buffer.Write("short", 5);
-    buffer.Write("ab", 2);
+    buffer.Write("shortab", 7);
     MemoryFile memory(buffer.GetData(), static_cast<unsigned>(buffer.GetLength()));
-
     Kiv::PString name;
     EXPECT_TRUE(memory.Read(name, false));
     EXPECT_EQ(Kiv::PString("name!"), name);
@@ -233,33 +198,40 @@ TEST(MemoryFile, PooledStringRead)
     EXPECT_EQ(21u, memory.Tell());
     memory.SeekEnd(2);
     EXPECT_FALSE(memory.Read(name));
-    EXPECT_EQ(0u, name.Length());
     EXPECT_EQ(memory.Size() - 2, memory.Tell());
+
+    // Counts far beyond the data: the string ends null, the reader stays inside the block.
+    for (uint32_t count : {0x3FFFFFFFu, 0x7FFFFFFFu, 0xFFFFFFFFu, 20u})
+    {
+        Bytes bytes(12, 'q');
+        memcpy(bytes.data(), &count, 4);
+        MemoryFile hostile(bytes.data(), static_cast<unsigned>(bytes.size()));
+        Kiv::String text("before");
+        EXPECT_FALSE(hostile.Read(text));
+        EXPECT_EQ(nullptr, static_cast<const char *>(text));
+        Kiv::UnicodeString wide(L"before");
+        hostile.SeekSet(0);
+        EXPECT_FALSE(hostile.Read(wide));
+        hostile.SeekSet(0);
+        EXPECT_FALSE(hostile.Read(name));
+        EXPECT_EQ(4u, hostile.Tell());
+    }
 }
 
-// Every serialised string reads and writes through memory exactly as through a file.
+// Serialised strings read and write through memory exactly as through a file.
 TEST(MemoryFile, SerialisedStringsMatchTheFileForm)
 {
     TempDir dir;
     const std::string name = dir / "strings.bin";
     const Kiv::AnsiString ansi("plain text");
-    const Kiv::String empty("");
-    const Kiv::String null;
     const Kiv::UnicodeString wide(L"wide \u00e9 \U0001F600");
-    const Kiv::PString pooled("pooled");
     File file;
     ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), File::MODE_WRITE | File::MODE_CREATE));
     DynamicBuffer buffer(0, 16);
     MemoryFile block;
     ASSERT_TRUE(block.Open(256u));
     for (Kiv::BinWriter * writer : std::initializer_list<Kiv::BinWriter *>{&file, &buffer, &block})
-    {
-        EXPECT_TRUE(ansi.Write(*writer));
-        EXPECT_TRUE(empty.Write(*writer));
-        EXPECT_TRUE(null.Write(*writer));
-        EXPECT_TRUE(wide.Write(*writer));
-        EXPECT_TRUE(pooled.Write(*writer));
-    }
+        EXPECT_TRUE(ansi.Write(*writer) && wide.Write(*writer) && Kiv::String().Write(*writer));
     file.Close();
     const Bytes stored = ReadBytes(name);
     EXPECT_EQ(stored, Contents(buffer));
@@ -270,43 +242,14 @@ TEST(MemoryFile, SerialisedStringsMatchTheFileForm)
     for (Kiv::BinReader * reader : std::initializer_list<Kiv::BinReader *>{&memory, &buffer})
     {
         Kiv::AnsiString readAnsi;
-        Kiv::String readEmpty("x"), readNull("x");
         Kiv::UnicodeString readWide;
-        Kiv::PString readPooled;
-        EXPECT_TRUE(readAnsi.Read(*reader));
-        EXPECT_TRUE(readEmpty.Read(*reader));
-        EXPECT_TRUE(readNull.Read(*reader));
-        EXPECT_TRUE(readWide.Read(*reader));
-        EXPECT_TRUE(readPooled.Read(*reader));
+        Kiv::String readNull;
+        EXPECT_TRUE(readAnsi.Read(*reader) && readWide.Read(*reader) && readNull.Read(*reader));
         EXPECT_EQ(ansi, readAnsi);
-        // A stored count of 0 reads as the empty string, never the null one.
-        EXPECT_STREQ("", readEmpty);
-        EXPECT_STREQ("", readNull);
         EXPECT_EQ(0, wcscmp(wide, readWide));
-        EXPECT_EQ(pooled, readPooled);
+        EXPECT_STREQ("", readNull);
     }
     EXPECT_TRUE(memory.Eof());
-}
-
-TEST(MemoryFile, HostileCountsFailWithoutOverrun)
-{
-    // Counts far beyond the data: the string ends null, the reader stays inside the block.
-    for (uint32_t count : {0x3FFFFFFFu, 0x7FFFFFFFu, 0xFFFFFFFFu, 20u})
-    {
-        Bytes bytes(12, 'q');
-        memcpy(bytes.data(), &count, 4);
-        MemoryFile memory(bytes.data(), static_cast<unsigned>(bytes.size()));
-        Kiv::String text("before");
-        EXPECT_FALSE(memory.Read(text));
-        EXPECT_EQ(nullptr, static_cast<const char *>(text));
-        Kiv::UnicodeString wide(L"before");
-        memory.SeekSet(0);
-        EXPECT_FALSE(memory.Read(wide));
-        Kiv::PString pooled;
-        memory.SeekSet(0);
-        EXPECT_FALSE(memory.Read(pooled));
-        EXPECT_EQ(4u, memory.Tell());
-    }
 }
 
 TEST(MemoryFile, LoadsFromFiles)
@@ -332,76 +275,50 @@ TEST(MemoryFile, LoadsFromFiles)
     EXPECT_EQ(4u, file.Tell());
     file.Close();
     EXPECT_FALSE(tail.Open(file));
-
-    MemoryFile byName(name.c_str());
-    EXPECT_EQ("01234567", Text(byName));
-    MemoryFile part(name.c_str(), 3);
-    EXPECT_EQ("012", Text(part));
-    MemoryFile missing((dir / "missing.bin").c_str());
-    EXPECT_FALSE(missing.IsOpen());
+    EXPECT_EQ("012", Text(MemoryFile(name.c_str(), 3)));
+    EXPECT_FALSE(MemoryFile((dir / "missing.bin").c_str()).IsOpen());
 
     // A compressed file whose header claims gigabytes loads what it really holds.
     const std::string packed = dir / "packed.cfil";
     std::string text;
     for (int i = 0; i < 2000; ++i)
         text += "line " + std::to_string(i % 10) + "\n";
-    File writer;
-    ASSERT_EQ(File::RES_OK, writer.Open(packed.c_str(), File::MODE_WRITE_COMPRESSED | File::MODE_CREATE));
-    writer.Write(text.data(), static_cast<unsigned long>(text.size()), 1);
-    writer.Close();
+    ASSERT_EQ(File::RES_OK, file.Open(packed.c_str(), File::MODE_WRITE_COMPRESSED | File::MODE_CREATE));
+    file.Write(text.data(), static_cast<unsigned long>(text.size()), 1);
+    file.Close();
     Bytes stored = ReadBytes(packed);
     ASSERT_EQ("CFIL", std::string(stored.begin(), stored.begin() + 4));
     stored[11] = 0xC0;
     WriteBytes(packed, stored);
-    MemoryFile claimed(packed.c_str());
-    EXPECT_EQ(text, Text(claimed));
+    EXPECT_EQ(text, Text(MemoryFile(packed.c_str())));
 }
 
 TEST(MemoryFile, LoadsUtf16TextFromFiles)
 {
-    File file;
     const std::string golden = TestSupport::DataFile("Utf16Lines.txt");
+    EXPECT_EQ("First line\r\nsecond\n", LoadText(golden, 0));
+    File file;
     ASSERT_EQ(File::RES_OK, file.Open(golden.c_str(), File::MODE_READ));
-    MemoryFile text(file, true, 0);
-    EXPECT_EQ("First line\r\nsecond\n", Text(text));
-    EXPECT_STREQ(file.Name(), text.Name());
-    file.SeekSet(0);
     MemoryFile raw(file, false, 0);
     EXPECT_EQ(ReadBytes(golden), Bytes(raw.Data(), raw.Data() + raw.Size()));
 
-    TempDir dir;
-    const std::string bare = dir / "bare.txt";
-    WriteBytes(bare, Utf16(u"one\ntwo", false));
-    File other;
-    ASSERT_EQ(File::RES_OK, other.Open(bare.c_str(), File::MODE_READ));
     // Without a mark, encoding 0 is 8-bit and loads the bytes from the start; encoding 2 converts.
-    MemoryFile plain(other, true, 0);
-    EXPECT_EQ(14u, plain.Size());
-    other.SeekSet(0);
-    MemoryFile wide(other, true, 2);
-    EXPECT_EQ("one\ntwo", Text(wide));
-
-    const std::string markOnly = dir / "mark.txt";
-    WriteBytes(markOnly, {0xFF, 0xFE});
-    File mark;
-    ASSERT_EQ(File::RES_OK, mark.Open(markOnly.c_str(), File::MODE_READ));
-    MemoryFile none(mark, true, 0);
-    EXPECT_FALSE(none.IsOpen());
+    TempDir dir;
+    WriteBytes(dir / "bare.txt", Utf16(u"one\ntwo", false));
+    EXPECT_EQ(14u, LoadText(dir / "bare.txt", 0).size());
+    EXPECT_EQ("one\ntwo", LoadText(dir / "bare.txt", 2));
+    WriteBytes(dir / "mark.txt", {0xFF, 0xFE});
+    EXPECT_EQ("(not open)", LoadText(dir / "mark.txt", 0));
+    // Characters that take more bytes as 8-bit text than as UTF-16 are not cut.
+    WriteBytes(dir / "wider.txt", Utf16(u"\u20ac\u20ac\u20ac\n\u20ac", true));
     if (!LocaleConvertsUtf8())
         return;
-    // Characters that take more bytes as 8-bit text than as UTF-16 are not cut.
-    const std::string wider = dir / "wider.txt";
-    WriteBytes(wider, Utf16(u"\u20ac\u20ac\u20ac\n\u20ac", true));
-    File euro;
-    ASSERT_EQ(File::RES_OK, euro.Open(wider.c_str(), File::MODE_READ));
-    MemoryFile euros(euro, true, 0);
-    EXPECT_EQ("\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC\n\xE2\x82\xAC", Text(euros));
+    EXPECT_EQ("\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC\n\xE2\x82\xAC", LoadText(dir / "wider.txt", 0));
 }
 
 TEST(DynamicBuffer, GrowsInStepsOfTheGranularity)
 {
     DynamicBuffer buffer;
-    EXPECT_EQ(0u, buffer.GetCapacity());
     EXPECT_EQ(1u, buffer.Write("x", 1));
     EXPECT_EQ(512u, buffer.GetCapacity());
     DynamicBuffer larger;
@@ -410,20 +327,18 @@ TEST(DynamicBuffer, GrowsInStepsOfTheGranularity)
     EXPECT_EQ(1024u, larger.GetCapacity());
     // Growth keeps what was written; the item count is answered.
     EXPECT_EQ(2u, larger.Write("abcdef", 2, 3));
-    EXPECT_EQ(1024u, larger.GetCapacity());
     Bytes expected = bytes;
     expected.insert(expected.end(), {'a', 'b', 'c', 'd', 'e', 'f'});
     EXPECT_EQ(expected, Contents(larger));
 
-    DynamicBuffer fine(10, 0);
-    EXPECT_EQ(10u, fine.GetCapacity());
-    EXPECT_EQ(512u, fine.GetGranularity());
+    EXPECT_EQ(512u, DynamicBuffer(10, 0).GetGranularity());
     DynamicBuffer steps(0, 100);
     steps.Write(bytes.data(), 250, 1);
     EXPECT_EQ(300u, steps.GetCapacity());
     steps.Seek(300);
     EXPECT_TRUE(steps.AddLength(1));
     EXPECT_EQ(400u, steps.GetCapacity());
+    // Sizes that overflow, and nothing to write, change nothing.
     EXPECT_FALSE(steps.AddLength(0xFFFFFFFFul));
     EXPECT_EQ(0u, steps.Write(bytes.data(), 0x10000, 0x10000));
     EXPECT_EQ(0u, steps.Write(nullptr, 1, 1));
@@ -435,19 +350,14 @@ TEST(DynamicBuffer, ReadOnlyDataIsNeverChanged)
 {
     unsigned char data[4] = {1, 2, 3, 4};
     DynamicBuffer view(data, 4, true);
-    EXPECT_TRUE(view.IsReadOnly());
-    EXPECT_EQ(data, view.GetData());
     EXPECT_EQ(0u, view.Write("zz", 2, 1));
     EXPECT_FALSE(view.Write32(7u));
     EXPECT_FALSE(view.AddLength(1));
     EXPECT_EQ(0u, view.GetPosition());
-    EXPECT_EQ(4u, view.GetCapacity());
     EXPECT_EQ(1, data[0]);
     unsigned int value = 0;
     EXPECT_TRUE(view.Read32(value));
     EXPECT_EQ(0x04030201u, value);
-    DynamicBuffer copy(view);
-    EXPECT_EQ(data, copy.GetData());
 
     // Not read-only: the data are copied, and the caller's block is never freed or changed.
     DynamicBuffer owned(data, 4, false);
@@ -467,7 +377,6 @@ TEST(DynamicBuffer, PositionLengthAndReads)
     buffer.Write("0123456789", 10, 1);
     // Seek is bounded by the capacity, not the length.
     EXPECT_TRUE(buffer.Seek(14));
-    EXPECT_EQ(14u, buffer.GetPosition());
     EXPECT_FALSE(buffer.Seek(17));
     EXPECT_EQ(16u, buffer.GetPosition());
     char out[16] = {};
@@ -480,25 +389,18 @@ TEST(DynamicBuffer, PositionLengthAndReads)
     EXPECT_TRUE(buffer.SetSize(12));
     EXPECT_FALSE(buffer.SetSize(40));
     EXPECT_EQ(16u, buffer.GetLength());
-    buffer.SetSize(10);
-    buffer.Rewind();
-    short word = 0;
-    EXPECT_TRUE(buffer.Read(word));
-    EXPECT_EQ(0x3130, word);
     buffer.Reset();
     EXPECT_EQ(0u, buffer.GetLength());
     EXPECT_EQ(16u, buffer.GetCapacity());
+    short word = 0;
     EXPECT_FALSE(buffer.Read(word));
     // Writing back over the middle keeps the length.
     buffer.Write("abcdef", 6, 1);
     buffer.Seek(2);
     buffer.Write("XY", 2, 1);
-    EXPECT_EQ(6u, buffer.GetLength());
-    EXPECT_EQ((Bytes{'a', 'b', 'X', 'Y', 'e', 'f'}), Contents(buffer));
     DynamicBuffer copy(buffer);
-    EXPECT_NE(buffer.GetData(), copy.GetData());
-    EXPECT_EQ(Contents(buffer), Contents(copy));
-    EXPECT_EQ(4u, copy.GetPosition());
+    buffer.Write("Z", 1, 1);
+    EXPECT_EQ((Bytes{'a', 'b', 'X', 'Y', 'e', 'f'}), Contents(copy));
     buffer.Clean();
     EXPECT_EQ(nullptr, buffer.GetCurrentData());
     EXPECT_EQ(0u, buffer.GetCapacity());
