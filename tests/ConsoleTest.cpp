@@ -10,18 +10,13 @@
 
 namespace
 {
-std::string Line(const Kiv::Console & console, int row)
-{
-    return std::string(console.GetLine(row), console.GetWidth());
-}
-
-// The whole grid, rows joined by '/'.
+// The whole grid from its top line, rows joined by '/'.
 std::string Grid(const Kiv::Console & console)
 {
-    std::string grid = Line(console, 0);
+    std::string grid(console.GetLine(0), console.GetWidth());
     for (int row = 1; row < console.GetHeight(); ++row)
     {
-        grid += "/" + Line(console, row);
+        grid += "/" + std::string(console.GetLine(row), console.GetWidth());
     }
     return grid;
 }
@@ -100,7 +95,7 @@ TEST(Console, WrappingAndRingScrolling)
     console.Print('#', 2);
     console.Goto(99, -4);
     console.Print('!');
-    EXPECT_EQ(Line(console, 0), " ## !");
+    EXPECT_EQ(Grid(console), " ## !/     /end  ");
 
     console.Clear();
     EXPECT_EQ(Grid(console), "     /     /     ");
@@ -113,10 +108,10 @@ TEST(Console, WrappingAndRingScrolling)
     // Copies own their grid.
     Kiv::Console copy(console);
     console.Clear();
-    EXPECT_EQ(Line(copy, 0), "  42\x12");
+    EXPECT_EQ(Grid(copy), "  42\x12/\x12\x12x|0/07   ");
     copy = copy;
     copy = console;
-    EXPECT_EQ(Line(copy, 0), "     ");
+    EXPECT_EQ(Grid(copy), "     /     /     ");
 
     Kiv::Console refused;
     EXPECT_FALSE(refused.Init({0, 5}));
@@ -129,7 +124,7 @@ TEST(Console, ColourTags)
 {
     Kiv::Console console = Make(20, 2);
     console.Print("ab<color:FF8040>red</color>cd<b>e<color:");
-    EXPECT_EQ(Line(console, 0), "abredcd<b>e<color:  ");
+    EXPECT_EQ(Grid(console), "abredcd<b>e<color:  /                    ");
     EXPECT_EQ(Spans(console), "2+3:4080FF");
 
     // Over-long colours keep their last 8 digits; a new colour ends the open span; a span that
@@ -180,10 +175,7 @@ TEST(Console, BlitToMonoWritesCharactersIntoEvenBytes)
 
     // A 25 x 10 pane at column 65 of line 28 ends on line 37 of a 50-line display.
     Kiv::Console pane = Make(25, 10);
-    for (int row = 0; row < 10; ++row)
-    {
-        pane.Printf("%s%d", row == 0 ? "" : "\n", row);
-    }
+    pane.Print("0\n1\n2\n3\n4\n5\n6\n7\n8\n9");
     std::vector<unsigned char> display(Kiv::Console::monoLineBytes * 50, 0);
     pane.BlitToMono44(65, 28, display.data());
     EXPECT_EQ(display[28 * 160 + 130], '0');

@@ -173,8 +173,8 @@ TEST(HardwareException, BuiltFromARealFaultRecord)
         << description;
     EXPECT_NE(description.find("Flags: "), std::string::npos);
     EXPECT_NE(description.find("Call Stack:\r\n"), std::string::npos);
-#if !defined(_WIN32)
     EXPECT_EQ(description.rfind(" \r\nException @ ", 0), 0u);
+#if !defined(_WIN32)
     EXPECT_NE(description.find("Call Stack:\r\n \r\nNo call stack available\r\n"), std::string::npos);
 
     siginfo_t info{};
