@@ -4,14 +4,68 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <string>
 #include <vector>
 
 namespace
 {
-std::string Line(const Kiv::Console & console, int row)
+// The whole grid from its top line, rows joined by '/'.
+std::string Grid(const Kiv::Console & console)
 {
-    return std::string(console.GetLine(row), console.GetWidth());
+    std::string grid(console.GetLine(0), console.GetWidth());
+    for (int row = 1; row < console.GetHeight(); ++row)
+    {
+        grid += "/" + std::string(console.GetLine(row), console.GetWidth());
+    }
+    return grid;
+}
+
+// The colour spans as "position+length:colour", in list order.
+std::string Spans(const Kiv::Console & console)
+{
+    std::string spans;
+    for (int i = 0; i < console.GetColorSpanCount(); ++i)
+    {
+        const Kiv::Console::ColorSpan & span = console.GetColorSpan(i);
+        char text[40];
+        std::snprintf(text, sizeof text, "%s%d+%d:%06X", i == 0 ? "" : " ", span.position, span.length,
+                      span.color);
+        spans += text;
+    }
+    return spans;
+}
+
+// Checks that every span lies on the grid, covers cells showing the coloured character and
+// nothing else does; answers the cells covered.
+int CheckSpans(const Kiv::Console & console, char coloured)
+{
+    const int cells = console.GetWidth() * console.GetHeight();
+    // The line nearest the start of the buffer is its first.
+    const char * buffer = console.GetLine(0);
+    for (int row = 1; row < console.GetHeight(); ++row)
+    {
+        buffer = std::min(buffer, console.GetLine(row));
+    }
+    std::vector<int> cover(cells, 0);
+    for (int i = 0; i < console.GetColorSpanCount(); ++i)
+    {
+        const Kiv::Console::ColorSpan & span = console.GetColorSpan(i);
+        EXPECT_GT(span.length, 0);
+        EXPECT_GE(span.position, 0);
+        EXPECT_LE(span.position + span.length, cells) << "span " << i;
+        for (int c = std::max(span.position, 0); c < std::min(span.position + span.length, cells); ++c)
+        {
+            ++cover[c];
+        }
+    }
+    int covered = 0;
+    for (int c = 0; c < cells; ++c)
+    {
+        EXPECT_EQ(cover[c], buffer[c] == coloured ? 1 : 0) << "cell " << c;
+        covered += cover[c];
+    }
+    return covered;
 }
 
 Kiv::Console Make(int width, int height)
@@ -26,48 +80,38 @@ TEST(Console, WrappingAndRingScrolling)
 {
     Kiv::Console console = Make(5, 3);
     console.Print("abcdefgh");
-    EXPECT_EQ(Line(console, 0), "abcde");
-    EXPECT_EQ(Line(console, 1), "fgh  ");
+    EXPECT_EQ(Grid(console), "abcde/fgh  /     ");
     EXPECT_EQ(console.GetCursor().x, 3);
     EXPECT_EQ(console.GetCursor().y, 1);
 
     // The fourth line scrolls the first one out: the top of the ring moves on.
     console.Print("\nline3\nz");
-    EXPECT_EQ(Line(console, 0), "fgh  ");
-    EXPECT_EQ(Line(console, 1), "line3");
-    EXPECT_EQ(Line(console, 2), "z    ");
+    EXPECT_EQ(Grid(console), "fgh  /line3/z    ");
     console.Print("\n\n\n\nend");
-    EXPECT_EQ(Line(console, 0), "     ");
-    EXPECT_EQ(Line(console, 2), "end  ");
+    EXPECT_EQ(Grid(console), "     /     /end  ");
 
+    // Positions outside the grid are held at its edges.
     console.Goto(1, 0);
     console.Print('#', 2);
-    EXPECT_EQ(Line(console, 0), " ##  ");
-    // Positions outside the grid are held at its edges.
     console.Goto(99, -4);
     console.Print('!');
-    EXPECT_EQ(Line(console, 0), " ## !");
+    EXPECT_EQ(Grid(console), " ## !/     /end  ");
 
     console.Clear();
-    for (int row = 0; row < 3; ++row)
-    {
-        EXPECT_EQ(Line(console, row), "     ");
-    }
+    EXPECT_EQ(Grid(console), "     /     /     ");
     console.Print(42, 4);
     console.Bar(3, 18);
-    EXPECT_EQ(Line(console, 0), "  42\x12");
-    EXPECT_EQ(Line(console, 1), "\x12\x12   ");
     console.Printf("%s|%03d", "x", 7);
     console.Printf(nullptr);
-    EXPECT_EQ(Line(console, 1), "\x12\x12x|0");
+    EXPECT_EQ(Grid(console), "  42\x12/\x12\x12x|0/07   ");
 
     // Copies own their grid.
     Kiv::Console copy(console);
     console.Clear();
-    EXPECT_EQ(Line(copy, 0), "  42\x12");
+    EXPECT_EQ(Grid(copy), "  42\x12/\x12\x12x|0/07   ");
     copy = copy;
     copy = console;
-    EXPECT_EQ(Line(copy, 0), "     ");
+    EXPECT_EQ(Grid(copy), "     /     /     ");
 
     Kiv::Console refused;
     EXPECT_FALSE(refused.Init({0, 5}));
@@ -80,25 +124,16 @@ TEST(Console, ColourTags)
 {
     Kiv::Console console = Make(20, 2);
     console.Print("ab<color:FF8040>red</color>cd<b>e<color:");
-    EXPECT_EQ(Line(console, 0), "abredcd<b>e<color:  ");
-    ASSERT_EQ(console.GetColorSpanCount(), 1);
-    EXPECT_EQ(console.GetColorSpan(0).position, 2);
-    EXPECT_EQ(console.GetColorSpan(0).length, 3);
-    EXPECT_EQ(console.GetColorSpan(0).color, 0x4080FFu);
+    EXPECT_EQ(Grid(console), "abredcd<b>e<color:  /                    ");
+    EXPECT_EQ(Spans(console), "2+3:4080FF");
 
     // Over-long colours keep their last 8 digits; a new colour ends the open span; a span that
     // covers nothing is dropped; a span continues across the wrap.
     console.Print("<color:123456789ABC><color:00FF00>xy<color:0000ff>0123456789");
-    ASSERT_EQ(console.GetColorSpanCount(), 3);
-    EXPECT_EQ(console.GetColorSpan(1).position, 18);
-    EXPECT_EQ(console.GetColorSpan(1).color, 0x00FF00u);
-    EXPECT_EQ(console.GetColorSpan(2).position, 20);
-    EXPECT_EQ(console.GetColorSpan(2).length, 10);
-    EXPECT_EQ(console.GetColorSpan(2).color, 0xFF0000u);
+    EXPECT_EQ(Spans(console), "2+3:4080FF 18+2:00FF00 20+10:FF0000");
     console.Clear();
-    EXPECT_EQ(console.GetColorSpanCount(), 0);
     console.Print("<color:FFFFFF></color>");
-    EXPECT_EQ(console.GetColorSpanCount(), 0);
+    EXPECT_EQ(Spans(console), "");
 
     EXPECT_EQ(Kiv::Console::StringToHex("1aF", 8), 0x1AF);
     EXPECT_EQ(Kiv::Console::StringToHex("-10", 8), -16);
@@ -140,10 +175,7 @@ TEST(Console, BlitToMonoWritesCharactersIntoEvenBytes)
 
     // A 25 x 10 pane at column 65 of line 28 ends on line 37 of a 50-line display.
     Kiv::Console pane = Make(25, 10);
-    for (int row = 0; row < 10; ++row)
-    {
-        pane.Printf("%s%d", row == 0 ? "" : "\n", row);
-    }
+    pane.Print("0\n1\n2\n3\n4\n5\n6\n7\n8\n9");
     std::vector<unsigned char> display(Kiv::Console::monoLineBytes * 50, 0);
     pane.BlitToMono44(65, 28, display.data());
     EXPECT_EQ(display[28 * 160 + 130], '0');
@@ -151,41 +183,6 @@ TEST(Console, BlitToMonoWritesCharactersIntoEvenBytes)
     EXPECT_EQ(display[37 * 160 + 158], ' ');
     EXPECT_EQ(display[38 * 160 + 130], 0);
 }
-
-namespace
-{
-// Checks that every span lies on the grid, covers cells showing the coloured character and
-// nothing else does; answers the cells covered.
-int CheckSpans(const Kiv::Console & console, char coloured)
-{
-    const int cells = console.GetWidth() * console.GetHeight();
-    // The line nearest the start of the buffer is its first.
-    const char * buffer = console.GetLine(0);
-    for (int row = 1; row < console.GetHeight(); ++row)
-    {
-        buffer = std::min(buffer, console.GetLine(row));
-    }
-    std::vector<int> cover(cells, 0);
-    for (int i = 0; i < console.GetColorSpanCount(); ++i)
-    {
-        const Kiv::Console::ColorSpan & span = console.GetColorSpan(i);
-        EXPECT_GT(span.length, 0);
-        EXPECT_GE(span.position, 0);
-        EXPECT_LE(span.position + span.length, cells) << "span " << i;
-        for (int c = std::max(span.position, 0); c < std::min(span.position + span.length, cells); ++c)
-        {
-            ++cover[c];
-        }
-    }
-    int covered = 0;
-    for (int c = 0; c < cells; ++c)
-    {
-        EXPECT_EQ(cover[c], buffer[c] == coloured ? 1 : 0) << "cell " << c;
-        covered += cover[c];
-    }
-    return covered;
-}
-} // namespace
 
 TEST(Console, ColourSpansFollowTheTextOnTheGrid)
 {
@@ -197,23 +194,17 @@ TEST(Console, ColourSpansFollowTheTextOnTheGrid)
     // A coloured line scrolled away takes its colour with it; the plain text in its place has none.
     Kiv::Console scrolled = Make(10, 2);
     scrolled.Print("<color:00FF00>green</color>\nplain\nwhite");
-    EXPECT_EQ(CheckSpans(scrolled, 'g'), 0);
-    EXPECT_EQ(scrolled.GetColorSpanCount(), 0);
+    EXPECT_EQ(Spans(scrolled), "");
 
     // A line blanked inside a span splits it; printing on goes on in the open colour.
     Kiv::Console split = Make(10, 3);
     split.Print(("<color:0000FF>" + std::string(25, 'c')).c_str());
     split.Goto(0, 0);
     split.NewLine();
-    ASSERT_EQ(split.GetColorSpanCount(), 2);
-    EXPECT_EQ(split.GetColorSpan(0).position, 0);
-    EXPECT_EQ(split.GetColorSpan(0).length, 10);
-    EXPECT_EQ(split.GetColorSpan(1).position, 20);
-    EXPECT_EQ(split.GetColorSpan(1).length, 5);
+    EXPECT_EQ(Spans(split), "0+10:FF0000 20+5:FF0000");
     split.Print("cc</color>");
     EXPECT_EQ(CheckSpans(split, 'c'), 17);
-    EXPECT_EQ(split.GetColorSpan(2).position, 10);
-    EXPECT_EQ(split.GetColorSpan(2).color, 0xFF0000u);
+    EXPECT_EQ(Spans(split), "0+10:FF0000 20+5:FF0000 10+2:FF0000");
 
     // Indices outside the list give an empty span.
     for (int index : {-1, split.GetColorSpanCount(), 1000, INT_MIN})

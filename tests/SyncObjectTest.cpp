@@ -7,7 +7,6 @@
 #if defined(__linux__)
 #include <dlfcn.h>
 #include <link.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -15,6 +14,7 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <thread>
@@ -49,6 +49,41 @@ auto OnOtherThread(Body body) -> decltype(body())
     return result;
 }
 
+// Runs body(t) on count threads at once and waits for them all.
+void OnThreads(int count, const std::function<void(int)> & body)
+{
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t)
+    {
+        threads.emplace_back(body, t);
+    }
+    for (std::thread & thread : threads)
+    {
+        thread.join();
+    }
+}
+
+// A section held levels times over by this thread keeps another thread out until the last
+// Unlock, whoever took it.
+void ExpectHeldUntilLastUnlock(Kiv::CriticalSection & section, int levels)
+{
+    Kiv::WEvent entered(true, false);
+    std::thread other(
+        [&]
+        {
+            section.Lock(0); // blocks although the time-out is 0
+            entered.Set();
+            section.Unlock();
+        });
+    for (int level = levels; level > 0; --level)
+    {
+        EXPECT_FALSE(entered.Lock(200)) << "entered with " << level << " levels still held";
+        EXPECT_TRUE(section.Unlock());
+    }
+    EXPECT_TRUE(entered.Lock(mustHappen));
+    other.join();
+}
+
 // Threads that each wait once on an object and count themselves out.
 class Waiters
 {
@@ -61,10 +96,7 @@ public:
                 [this, &object]
                 {
                     ++ready;
-                    if (object.Lock(mustHappen))
-                    {
-                        ++released;
-                    }
+                    released += object.Lock(mustHappen) ? 1 : 0;
                 });
         }
         EXPECT_TRUE(Eventually([this, count] { return ready == count; }));
@@ -77,115 +109,66 @@ public:
             thread.join();
         }
     }
-    Waiters(const Waiters &) = delete;
-    Waiters & operator=(const Waiters &) = delete;
-
     std::atomic<int> ready{0};
     std::atomic<int> released{0};
 
 private:
     std::vector<std::thread> threads;
 };
-
-// Of three threads waiting on an auto-reset event exactly one got through and reset it; the
-// other two are then let go so that the threads end.
-void ExpectOnlyOneReleased(const Kiv::WEvent & event, Waiters & waiters)
-{
-    EXPECT_TRUE(Eventually([&] { return waiters.released == 1; }));
-    Pause();
-    EXPECT_EQ(waiters.released, 1);
-    EXPECT_FALSE(event.Lock(0)) << "the released waiter reset it";
-    event.Set();
-    EXPECT_TRUE(Eventually([&] { return waiters.released == 2; }));
-    event.Set();
-}
-
-std::string UniqueName(const char * base)
-{
-    return std::string(base) + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count());
-}
 } // namespace
 
-TEST(SyncObject, CriticalSectionIsRecursiveAndIgnoresTheTimeOut)
+// Threads that keep entering, some of them twice over, with the section passing between them
+// all the time: a lost wake-up would hang here, a broken exclusion would lose counts. Outside it
+// they count on a ProtectedLong, which must lose nothing either.
+TEST(SyncObject, CriticalSectionAndProtectedLongUnderContention)
+{
+    Kiv::CriticalSection section;
+    Kiv::ProtectedLong value;
+    long total = 0;
+    OnThreads(4,
+              [&](int t)
+              {
+                  for (int i = 0; i < 50000; ++i)
+                  {
+                      (t % 2 == 0) ? value.Increment()
+                                   : (value.Increment(), value.Increment(), value.Decrement());
+                      Kiv::SingleLock hold(&section, true);
+                      const long seen = total;
+                      if ((i + t) % 3 == 0)
+                      {
+                          Kiv::SingleLock again(&section, true);
+                          std::this_thread::yield();
+                      }
+                      total = seen + 1;
+                  }
+              });
+    EXPECT_EQ(total, 200000);
+    EXPECT_EQ(value.GetData(), 200000);
+    EXPECT_FALSE(OnOtherThread([&] { return section.IsLocked(); })) << "free once everyone has left";
+
+    // 32 bits on every target.
+    Kiv::ProtectedLong top(INT32_MAX);
+    EXPECT_EQ(top.Increment(), INT32_MIN);
+    EXPECT_EQ(Kiv::ProtectedLong().Decrement(), -1);
+}
+
+// Lock(0) waits however long it takes. A thread that ends inside a section leaves it held, as on
+// Win32: threads started later (which often get the dead thread's stack and thread block back)
+// must wait like any other, and a release by another thread, as LeaveCriticalSection allows,
+// lets them in.
+TEST(SyncObject, CriticalSectionIsRecursiveAndOutlivesItsOwner)
 {
     Kiv::CriticalSection section("TestLock");
     EXPECT_EQ(static_cast<void *>(section), nullptr);
     EXPECT_FALSE(section.Unlock(1));
-
     EXPECT_TRUE(section.Lock());
     EXPECT_TRUE(section.Lock(0));
-    std::atomic<bool> entered{false};
-    std::thread other(
-        [&]
-        {
-            section.Lock(0); // blocks although the time-out is 0
-            entered = true;
-            section.Unlock();
-        });
-    Pause();
-    EXPECT_FALSE(entered);
-    EXPECT_TRUE(section.Unlock());
-    Pause();
-    EXPECT_FALSE(entered) << "still held once";
-    EXPECT_TRUE(section.Unlock());
-    other.join();
-    EXPECT_TRUE(entered);
-}
-
-// Threads that keep entering, some of them twice over, with the section passing between them
-// all the time: a lost wake-up would hang here, a broken exclusion would lose counts.
-TEST(SyncObject, CriticalSectionExcludesUnderContention)
-{
-    Kiv::CriticalSection section;
-    long total = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-    {
-        threads.emplace_back(
-            [&, t]
-            {
-                for (int i = 0; i < 50000; ++i)
-                {
-                    Kiv::SingleLock hold(&section, true);
-                    const long seen = total;
-                    if ((i + t) % 3 == 0)
-                    {
-                        Kiv::SingleLock again(&section, true);
-                        std::this_thread::yield();
-                    }
-                    total = seen + 1;
-                }
-            });
-    }
-    for (std::thread & thread : threads)
-    {
-        thread.join();
-    }
-    EXPECT_EQ(total, 200000);
-    EXPECT_FALSE(OnOtherThread([&] { return section.IsLocked(); })) << "free once everyone has left";
-}
-
-// A thread that ends inside a section leaves it held, as on Win32. Threads started later (which
-// often get the dead thread's stack and thread block back) must wait like any other; a release by
-// another thread, as LeaveCriticalSection allows, lets them in.
-TEST(SyncObject, CriticalSectionLeftByAnEndedThreadStaysHeld)
-{
-    Kiv::CriticalSection section;
+    ExpectHeldUntilLastUnlock(section, 2);
     for (int round = 0; round < 3; ++round)
     {
+        SCOPED_TRACE(round);
         std::thread([&] { section.Lock(); }).join();
-        Kiv::WEvent entered(true, false);
-        std::thread late(
-            [&]
-            {
-                section.Lock();
-                entered.Set();
-                section.Unlock();
-            });
-        EXPECT_FALSE(entered.Lock(200)) << "round " << round << ": entered a section held by an ended thread";
-        EXPECT_TRUE(section.Unlock());
-        EXPECT_TRUE(entered.Lock(mustHappen));
-        late.join();
+        ExpectHeldUntilLastUnlock(section, 1);
     }
     EXPECT_FALSE(OnOtherThread([&] { return section.IsLocked(); }));
 }
@@ -207,11 +190,20 @@ TEST(SyncObject, MutexOwnershipRecursionAndRelease)
     EXPECT_FALSE(OnOtherThread([&] { return mutex.Lock(0); }));
     EXPECT_TRUE(mutex.Signal());
     EXPECT_TRUE(OnOtherThread([&] { return mutex.Lock(0) && mutex.Unlock(); }));
-    EXPECT_FALSE(mutex.Unlock());
 
     Kiv::Mutex owned(true);
     EXPECT_TRUE(OnOtherThread([&] { return owned.IsLocked(); }));
     EXPECT_TRUE(owned.Unlock());
+
+    // A second mutex of an existing name is the same object and is not taken again.
+    const std::string name =
+        "CorestoneTestMutex" + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count());
+    Kiv::Mutex first(false, name.c_str());
+    Kiv::Mutex second(true, name.c_str());
+    EXPECT_TRUE(first.Lock(0));
+    EXPECT_TRUE(OnOtherThread([&] { return second.IsLocked(); }));
+    EXPECT_TRUE(second.Unlock()) << "the same object, owned by this thread";
+    EXPECT_FALSE(OnOtherThread([&] { return first.IsLocked(); }));
 }
 
 // A mutex taken both alone, some of it recursively, and in a wait-all with an event, by threads
@@ -223,58 +215,23 @@ TEST(SyncObject, MutexExcludesAloneAndInWaitAll)
     Kiv::WEvent open(true, true);
     Kiv::SyncObject * pair[] = {&mutex, &open};
     long total = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-    {
-        threads.emplace_back(
-            [&, t]
-            {
-                MultiLock both(pair, 2, false);
-                for (int i = 0; i < 5000; ++i)
-                {
-                    const bool alone = t % 2 == 0;
-                    ASSERT_TRUE(alone ? mutex.Lock(mustHappen) && mutex.Lock(0)
-                                      : both.Lock(mustHappen, true) == MultiLock::Signalled);
-                    const long seen = total;
-                    std::this_thread::yield();
-                    total = seen + 1;
-                    ASSERT_TRUE(alone ? mutex.Unlock() && mutex.Unlock() : both.Unlock());
-                }
-            });
-    }
-    for (std::thread & thread : threads)
-    {
-        thread.join();
-    }
+    OnThreads(4,
+              [&](int t)
+              {
+                  MultiLock both(pair, 2, false);
+                  const bool alone = t % 2 == 0;
+                  for (int i = 0; i < 5000; ++i)
+                  {
+                      ASSERT_TRUE(alone ? mutex.Lock(mustHappen) && mutex.Lock(0)
+                                        : both.Lock(mustHappen, true) == MultiLock::Signalled);
+                      const long seen = total;
+                      std::this_thread::yield();
+                      total = seen + 1;
+                      ASSERT_TRUE(alone ? mutex.Unlock() && mutex.Unlock() : both.Unlock());
+                  }
+              });
     EXPECT_EQ(total, 20000);
     EXPECT_FALSE(OnOtherThread([&] { return mutex.IsLocked(); }));
-}
-
-TEST(SyncObject, NamedMutexesShareOneObject)
-{
-    const std::string name = UniqueName("CorestoneTestMutex");
-    Kiv::Mutex first(false, name.c_str());
-    Kiv::Mutex second(true, name.c_str()); // already exists: not taken
-    EXPECT_TRUE(first.Lock(0));
-    EXPECT_TRUE(OnOtherThread([&] { return second.IsLocked(); }));
-    EXPECT_TRUE(second.Unlock()) << "the same object, owned by this thread";
-    EXPECT_FALSE(OnOtherThread([&] { return first.IsLocked(); }));
-}
-
-TEST(SyncObject, AbandonedMutexGoesToTheNextWaiter)
-{
-    Kiv::Mutex mutex;
-    Kiv::WEvent never(true, false);
-    std::thread([&] { EXPECT_TRUE(mutex.Lock()); }).join();
-
-    Kiv::SyncObject * objects[] = {&never, &mutex};
-    MultiLock lock(objects, 2, false);
-    EXPECT_EQ(lock.Lock(mustHappen, false), 0x20000001u);
-    EXPECT_FALSE(lock.IsLocked(1)) << "an abandoned acquisition is not flagged";
-    EXPECT_FALSE(OnOtherThread([&] { return mutex.Lock(0); })) << "but this thread owns it now";
-    EXPECT_TRUE(mutex.Unlock());
-    EXPECT_TRUE(mutex.Lock(0)) << "abandonment is reported once";
-    EXPECT_TRUE(mutex.Unlock());
 }
 
 TEST(SyncObject, SemaphoreCountsUpToItsMaximum)
@@ -282,10 +239,7 @@ TEST(SyncObject, SemaphoreCountsUpToItsMaximum)
     Kiv::Semaphore semaphore(0, 5);
     EXPECT_TRUE(semaphore.IsLocked());
     EXPECT_TRUE(semaphore.Unlock(3));
-    for (int i = 0; i < 3; ++i)
-    {
-        EXPECT_TRUE(semaphore.Lock(0)) << i;
-    }
+    EXPECT_TRUE(semaphore.Lock(0) && semaphore.Lock(0) && semaphore.Lock(0));
     EXPECT_FALSE(semaphore.Lock(0));
 
     EXPECT_FALSE(semaphore.Unlock(6)) << "past the maximum";
@@ -297,8 +251,7 @@ TEST(SyncObject, SemaphoreCountsUpToItsMaximum)
 
     Kiv::Semaphore invalid(3, 2);
     EXPECT_EQ(static_cast<void *>(invalid), nullptr);
-    EXPECT_FALSE(invalid.Lock(0));
-    EXPECT_FALSE(invalid.Unlock());
+    EXPECT_FALSE(invalid.Lock(0) || invalid.Unlock());
 
     Kiv::Semaphore empty(0, 10);
     Waiters waiters(empty, 3);
@@ -321,38 +274,34 @@ TEST(SyncObject, AutoAndManualResetEvents)
     EXPECT_FALSE(automatic.Lock(0)) << "one waiter resets it";
 
     Kiv::WEvent manual(true, true);
-    EXPECT_TRUE(manual.Lock(0));
-    EXPECT_TRUE(manual.Lock(0));
+    EXPECT_TRUE(manual.Lock(0) && manual.Lock(0));
     EXPECT_TRUE(manual.Reset());
     EXPECT_FALSE(manual.Lock(20));
-
-    {
-        Waiters waiters(automatic, 3);
-        EXPECT_TRUE(automatic.Set());
-        ExpectOnlyOneReleased(automatic, waiters);
-    }
-    Waiters waiters(manual, 3);
-    EXPECT_TRUE(manual.Set());
-    EXPECT_TRUE(Eventually([&] { return waiters.released == 3; }));
-    EXPECT_TRUE(manual.Lock(0));
-}
-
-TEST(SyncObject, PulseReleasesOnlyTheCurrentWaiters)
-{
-    Kiv::WEvent automatic(false, false);
-    Kiv::WEvent manual(true, false);
     EXPECT_TRUE(manual.Pulse());
-    EXPECT_FALSE(manual.Lock(0)) << "nobody waited: nothing remains";
+    EXPECT_FALSE(manual.Lock(0)) << "nobody waited on the pulse: nothing remains";
 
+    // Set and Pulse alike let one waiter of an automatic event through and every waiter of a
+    // manual one; only Set leaves a manual event signalled.
+    for (const bool pulse : {false, true})
     {
+        SCOPED_TRACE(pulse ? "Pulse" : "Set");
+        {
+            Waiters waiters(automatic, 3);
+            EXPECT_TRUE(pulse ? automatic.Pulse() : automatic.Set());
+            EXPECT_TRUE(Eventually([&] { return waiters.released == 1; }));
+            Pause();
+            EXPECT_EQ(waiters.released, 1);
+            EXPECT_FALSE(automatic.Lock(0)) << "the released waiter reset it";
+            automatic.Set(); // let the other two go
+            EXPECT_TRUE(Eventually([&] { return waiters.released == 2; }));
+            automatic.Set();
+        }
         Waiters waiters(manual, 3);
-        EXPECT_TRUE(manual.Pulse());
+        EXPECT_TRUE(pulse ? manual.Pulse() : manual.Set());
         EXPECT_TRUE(Eventually([&] { return waiters.released == 3; }));
-        EXPECT_FALSE(manual.Lock(0));
+        EXPECT_EQ(manual.Lock(0), !pulse);
+        manual.Reset();
     }
-    Waiters waiters(automatic, 3);
-    EXPECT_TRUE(automatic.Pulse());
-    ExpectOnlyOneReleased(automatic, waiters);
 }
 
 TEST(SyncObject, MultiLockWaitsForAnyOrAll)
@@ -362,11 +311,21 @@ TEST(SyncObject, MultiLockWaitsForAnyOrAll)
     Kiv::SyncObject * events[] = {&first, &second};
     MultiLock lock(events, 2, false);
 
+    // A mutex left by an ended thread goes to the next waiter, reported abandoned once.
+    Kiv::Mutex mutex;
+    std::thread([&] { EXPECT_TRUE(mutex.Lock()); }).join();
+    Kiv::SyncObject * abandoned[] = {&first, &mutex};
+    MultiLock taker(abandoned, 2, false);
+    EXPECT_EQ(taker.Lock(mustHappen, false), 0x20000001u);
+    EXPECT_FALSE(taker.IsLocked(1)) << "an abandoned acquisition is not flagged";
+    EXPECT_FALSE(OnOtherThread([&] { return mutex.Lock(0); })) << "but this thread owns it now";
+    EXPECT_TRUE(mutex.Unlock());
+    EXPECT_TRUE(mutex.Lock(0)) << "abandonment is reported once";
+    EXPECT_TRUE(mutex.Unlock());
+
     second.Set();
     EXPECT_EQ(lock.Lock(mustHappen, false), 0x10000001u);
-    EXPECT_FALSE(lock.IsLocked(0));
-    EXPECT_TRUE(lock.IsLocked(1));
-    EXPECT_FALSE(lock.IsLocked(2));
+    EXPECT_TRUE(!lock.IsLocked(0) && lock.IsLocked(1) && !lock.IsLocked(2)) << "only the second is marked";
     EXPECT_EQ(lock.Lock(0, false), MultiLock::TimedOut);
     EXPECT_EQ(lock.Lock(30, true), MultiLock::TimedOut);
 
@@ -425,14 +384,7 @@ TEST(SyncObject, LockersReleaseWhatTheyHold)
     Kiv::Mutex mutex;
     Kiv::Semaphore semaphore(1, 3);
     {
-        Kiv::SingleLock hold(&mutex, true);
-        EXPECT_TRUE(hold.IsLocked());
-        EXPECT_TRUE(OnOtherThread([&] { return mutex.IsLocked(); }));
-    }
-    EXPECT_FALSE(OnOtherThread([&] { return mutex.IsLocked(); }));
-    {
         Kiv::SingleLock hold(&semaphore, false);
-        EXPECT_FALSE(hold.IsLocked());
         EXPECT_TRUE(hold.Unlock()) << "nothing to release";
         EXPECT_TRUE(hold.Lock(0));
         EXPECT_FALSE(Kiv::SingleLock(&semaphore, false).Lock(0));
@@ -440,15 +392,15 @@ TEST(SyncObject, LockersReleaseWhatTheyHold)
         EXPECT_FALSE(hold.IsLocked());
     }
     EXPECT_TRUE(semaphore.Lock(0) && semaphore.Lock(0));
-    EXPECT_FALSE(semaphore.Lock(0));
+    EXPECT_FALSE(semaphore.Lock(0)) << "Unlock(2) gave back two";
     EXPECT_FALSE(Kiv::SingleLock(nullptr, true).IsLocked());
 
-    semaphore.Unlock();
+    semaphore.Unlock(); // both free: lockNow takes only the first
     Kiv::SyncObject * objects[] = {&mutex, &semaphore};
     {
         MultiLock hold(objects, 2, true);
         EXPECT_TRUE(hold.IsLocked(0));
-        EXPECT_FALSE(hold.IsLocked(1)) << "lockNow waits for any one";
+        EXPECT_FALSE(hold.IsLocked(1));
         EXPECT_TRUE(OnOtherThread([&] { return mutex.IsLocked(); }));
     }
     EXPECT_FALSE(OnOtherThread([&] { return mutex.IsLocked(); }));
@@ -475,107 +427,47 @@ TEST(SyncObject, ReadersShareAndWritersWaitForThem)
             guard.DoneReading();
             return read;
         }));
-}
 
-TEST(SyncObject, WriterNeverOverlapsReaders)
-{
-    Kiv::SWMRGuard guard;
-    std::atomic<int> readers{0};
-    std::atomic<int> writers{0};
-    std::atomic<int> overlaps{0};
-    std::atomic<int> writes{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 3; ++t)
-    {
-        threads.emplace_back(
-            [&]
-            {
-                for (int i = 0; i < 600; ++i)
-                {
-                    ASSERT_TRUE(guard.WaitToRead(mustHappen));
-                    ++readers;
-                    overlaps += writers != 0 ? 1 : 0;
-                    std::this_thread::yield();
-                    --readers;
-                    guard.DoneReading();
-                }
-            });
-    }
-    for (int t = 0; t < 2; ++t)
-    {
-        threads.emplace_back(
-            [&]
-            {
-                for (int i = 0; i < 200; ++i)
-                {
-                    ASSERT_TRUE(guard.WaitToWrite(mustHappen));
-                    overlaps += ++writers != 1 || readers != 0 ? 1 : 0;
-                    std::this_thread::yield();
-                    --writers;
-                    ++writes;
-                    guard.DoneWriting();
-                }
-            });
-    }
-    for (std::thread & thread : threads)
-    {
-        thread.join();
-    }
+    // Three readers and two writers at once: a writer is never inside with anyone else.
+    std::atomic<int> readers{0}, writers{0}, overlaps{0};
+    OnThreads(5,
+              [&](int t)
+              {
+                  const bool writer = t >= 3;
+                  for (int i = 0; i < (writer ? 200 : 600); ++i)
+                  {
+                      std::atomic<int> & inside = writer ? writers : readers;
+                      ASSERT_TRUE(writer ? guard.WaitToWrite(mustHappen) : guard.WaitToRead(mustHappen));
+                      ++inside;
+                      overlaps += writers > (writer ? 1 : 0) || (writer && readers != 0);
+                      std::this_thread::yield();
+                      --inside;
+                      writer ? guard.DoneWriting() : guard.DoneReading();
+                  }
+              });
     EXPECT_EQ(overlaps, 0);
-    EXPECT_EQ(writes, 400);
-}
-
-TEST(SyncObject, ProtectedLongIsAtomicAndThirtyTwoBits)
-{
-    Kiv::ProtectedLong value;
-    EXPECT_EQ(value.GetData(), 0);
-    EXPECT_EQ(value.Increment(), 1);
-    EXPECT_EQ(value.Decrement(), 0);
-    EXPECT_EQ(value.Decrement(), -1);
-    Kiv::ProtectedLong top(INT32_MAX);
-    EXPECT_EQ(top.Increment(), INT32_MIN);
-
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-    {
-        threads.emplace_back(
-            [&value, t]
-            {
-                for (int i = 0; i < 50000; ++i)
-                {
-                    (t % 2 == 0) ? value.Increment()
-                                 : (value.Increment(), value.Increment(), value.Decrement());
-                }
-            });
-    }
-    for (std::thread & thread : threads)
-    {
-        thread.join();
-    }
-    EXPECT_EQ(value.GetData(), 199999);
 }
 
 namespace
 {
+// Counts its deaths; a pooled one is handed back to its pool, counted as recycled, instead.
 class Counted : public Kiv::ReferenceCount
 {
 public:
-    explicit Counted(int * deaths) : deaths(deaths) {}
+    explicit Counted(int * deaths, int * recycled = nullptr) : deaths(deaths), recycled(recycled) {}
     Counted(const Counted &) = default;
     Counted & operator=(const Counted &) = delete;
     ~Counted() override { ++*deaths; }
 
+protected:
+    void DeleteThis() const override
+    {
+        recycled != nullptr ? void(++*recycled) : ReferenceCount::DeleteThis();
+    }
+
 private:
     int * deaths;
-};
-
-class Pooled : public Kiv::ReferenceCount
-{
-public:
-    mutable int recycled = 0;
-
-protected:
-    void DeleteThis() const override { ++recycled; }
+    int * recycled;
 };
 } // namespace
 
@@ -598,61 +490,44 @@ TEST(SyncObject, ReferenceCountDeletesOnTheLastRelease)
     EXPECT_FALSE(original.ReleaseReference());
     EXPECT_EQ(original.GetReferenceCount(), 1);
 
-    Pooled pooled;
+    int recycled = 0;
+    Counted pooled(&deaths, &recycled);
     pooled.AddReference();
-    pooled.AddReference();
-    EXPECT_FALSE(pooled.ReleaseReference());
-    EXPECT_EQ(pooled.recycled, 0);
     EXPECT_TRUE(pooled.ReleaseReference());
-    EXPECT_EQ(pooled.recycled, 1) << "DeleteThis is virtual";
+    EXPECT_EQ(recycled, 1) << "DeleteThis is virtual";
+    EXPECT_EQ(deaths, 2);
 }
 
 #if defined(__linux__)
 namespace
 {
 // Runs a program (through the emulator of a cross build when there is one) and answers its exit
-// code, -1 when it could not run or did not exit.
-int RunProgram(std::vector<std::string> words)
+// code, -1 when it did not exit.
+int RunProgram(const std::string & command)
 {
     const char * emulator = getenv("CORESTONE_EMULATOR");
-    if (emulator != nullptr && *emulator != '\0')
-    {
-        words.insert(words.begin(), emulator);
-    }
-    std::vector<char *> arguments;
-    for (std::string & word : words)
-    {
-        arguments.push_back(&word[0]);
-    }
-    arguments.push_back(nullptr);
-    pid_t child = 0;
-    int status = 0;
-    if (posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0 ||
-        waitpid(child, &status, 0) != child)
-    {
-        return -1;
-    }
+    const int status =
+        std::system(((emulator != nullptr ? std::string(emulator) + " " : "") + command).c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 } // namespace
-
-constexpr char firstThreadChild[] = "CORESTONE_FIRST_THREAD_CHILD";
 
 // In a fresh process the first thread enters a section while it is alone and again once other
 // threads have started: it is the same owner both times, and another thread still has to wait.
 TEST(SyncObject, FirstThreadStaysTheOwnerWhenThreadsStart)
 {
-    if (getenv(firstThreadChild) == nullptr)
+    constexpr char child[] = "CORESTONE_FIRST_THREAD_CHILD";
+    if (getenv(child) == nullptr)
     {
         char self[4096];
         const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
         ASSERT_GT(length, 0);
         self[length] = '\0';
-        setenv(firstThreadChild, "1", 1);
-        const int code =
-            RunProgram({self, "--gtest_filter=SyncObject.FirstThreadStaysTheOwnerWhenThreadsStart"});
-        unsetenv(firstThreadChild);
-        EXPECT_EQ(code, 0);
+        setenv(child, "1", 1);
+        EXPECT_EQ(RunProgram(std::string("'") + self +
+                             "' --gtest_filter=SyncObject.FirstThreadStaysTheOwnerWhenThreadsStart"),
+                  0);
+        unsetenv(child);
         return;
     }
     alarm(60); // a section that mistakes its own owner deadlocks: the child ends instead
@@ -660,20 +535,7 @@ TEST(SyncObject, FirstThreadStaysTheOwnerWhenThreadsStart)
     section.Lock();
     std::thread([] {}).join();
     section.Lock();
-    Kiv::WEvent entered(true, false);
-    std::thread other(
-        [&]
-        {
-            section.Lock();
-            entered.Set();
-            section.Unlock();
-        });
-    EXPECT_FALSE(entered.Lock(200));
-    section.Unlock();
-    EXPECT_FALSE(entered.Lock(200)) << "still held once";
-    section.Unlock();
-    EXPECT_TRUE(entered.Lock(mustHappen));
-    other.join();
+    ExpectHeldUntilLastUnlock(section, 2);
 }
 
 // A host may load the library late, through dlopen, when the static TLS reserved at start-up is
@@ -692,6 +554,6 @@ TEST(SyncObject, LibraryLoadsLateThroughDlopen)
         }
     }
     dlclose(library);
-    EXPECT_EQ(RunProgram({CORESTONE_LATE_LOADER, CORESTONE_LATE_MODULE}), 0);
+    EXPECT_EQ(RunProgram("'" CORESTONE_LATE_LOADER "' '" CORESTONE_LATE_MODULE "'"), 0);
 }
 #endif
