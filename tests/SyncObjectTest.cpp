@@ -34,9 +34,7 @@ void Pause(int milliseconds = 100)
 bool Eventually(const std::function<bool()> & condition)
 {
     for (int i = 0; i < 2000 && !condition(); ++i)
-    {
         Pause(5);
-    }
     return condition();
 }
 
@@ -54,13 +52,9 @@ void OnThreads(int count, const std::function<void(int)> & body)
 {
     std::vector<std::thread> threads;
     for (int t = 0; t < count; ++t)
-    {
         threads.emplace_back(body, t);
-    }
     for (std::thread & thread : threads)
-    {
         thread.join();
-    }
 }
 
 // A section held levels times over by this thread keeps another thread out until the last
@@ -91,26 +85,21 @@ public:
     Waiters(const Kiv::SyncObject & object, int count)
     {
         for (int i = 0; i < count; ++i)
-        {
             threads.emplace_back(
                 [this, &object]
                 {
                     ++ready;
                     released += object.Lock(mustHappen) ? 1 : 0;
                 });
-        }
         EXPECT_TRUE(Eventually([this, count] { return ready == count; }));
         Pause(300); // let every thread get into its wait
     }
     ~Waiters()
     {
         for (std::thread & thread : threads)
-        {
             thread.join();
-        }
     }
-    std::atomic<int> ready{0};
-    std::atomic<int> released{0};
+    std::atomic<int> ready{0}, released{0};
 
 private:
     std::vector<std::thread> threads;
@@ -164,25 +153,19 @@ TEST(SyncObject, CriticalSectionIsRecursiveAndOutlivesItsOwner)
     EXPECT_TRUE(section.Lock());
     EXPECT_TRUE(section.Lock(0));
     ExpectHeldUntilLastUnlock(section, 2);
-    for (int round = 0; round < 3; ++round)
-    {
-        SCOPED_TRACE(round);
-        std::thread([&] { section.Lock(); }).join();
-        ExpectHeldUntilLastUnlock(section, 1);
-    }
+    std::thread([&] { section.Lock(); }).join();
+    ExpectHeldUntilLastUnlock(section, 1);
     EXPECT_FALSE(OnOtherThread([&] { return section.IsLocked(); }));
 }
 
 TEST(SyncObject, MutexOwnershipRecursionAndRelease)
 {
     Kiv::Mutex mutex;
-    EXPECT_NE(static_cast<void *>(mutex), nullptr);
     EXPECT_FALSE(mutex.IsLocked());
     EXPECT_TRUE(OnOtherThread([&] { return mutex.Lock(0) && mutex.Unlock(); })) << "IsLocked left it unowned";
     EXPECT_FALSE(mutex.Unlock()) << "nobody owns it";
 
-    EXPECT_TRUE(mutex.Lock());
-    EXPECT_TRUE(mutex.Wait(0));
+    EXPECT_TRUE(mutex.Lock() && mutex.Wait(0));
     EXPECT_FALSE(mutex.IsLocked()) << "the owner may always take it again";
     EXPECT_TRUE(OnOtherThread([&] { return mutex.IsLocked(); }));
     EXPECT_FALSE(OnOtherThread([&] { return mutex.Unlock(); })) << "a stranger cannot release it";
@@ -190,10 +173,6 @@ TEST(SyncObject, MutexOwnershipRecursionAndRelease)
     EXPECT_FALSE(OnOtherThread([&] { return mutex.Lock(0); }));
     EXPECT_TRUE(mutex.Signal());
     EXPECT_TRUE(OnOtherThread([&] { return mutex.Lock(0) && mutex.Unlock(); }));
-
-    Kiv::Mutex owned(true);
-    EXPECT_TRUE(OnOtherThread([&] { return owned.IsLocked(); }));
-    EXPECT_TRUE(owned.Unlock());
 
     // A second mutex of an existing name is the same object and is not taken again.
     const std::string name =
@@ -206,38 +185,9 @@ TEST(SyncObject, MutexOwnershipRecursionAndRelease)
     EXPECT_FALSE(OnOtherThread([&] { return first.IsLocked(); }));
 }
 
-// A mutex taken both alone, some of it recursively, and in a wait-all with an event, by threads
-// that keep handing it over: the quick path of a lone wait and the queued path must never both
-// let a thread in, and no release may go unnoticed by a sleeper.
-TEST(SyncObject, MutexExcludesAloneAndInWaitAll)
-{
-    Kiv::Mutex mutex;
-    Kiv::WEvent open(true, true);
-    Kiv::SyncObject * pair[] = {&mutex, &open};
-    long total = 0;
-    OnThreads(4,
-              [&](int t)
-              {
-                  MultiLock both(pair, 2, false);
-                  const bool alone = t % 2 == 0;
-                  for (int i = 0; i < 5000; ++i)
-                  {
-                      ASSERT_TRUE(alone ? mutex.Lock(mustHappen) && mutex.Lock(0)
-                                        : both.Lock(mustHappen, true) == MultiLock::Signalled);
-                      const long seen = total;
-                      std::this_thread::yield();
-                      total = seen + 1;
-                      ASSERT_TRUE(alone ? mutex.Unlock() && mutex.Unlock() : both.Unlock());
-                  }
-              });
-    EXPECT_EQ(total, 20000);
-    EXPECT_FALSE(OnOtherThread([&] { return mutex.IsLocked(); }));
-}
-
 TEST(SyncObject, SemaphoreCountsUpToItsMaximum)
 {
     Kiv::Semaphore semaphore(0, 5);
-    EXPECT_TRUE(semaphore.IsLocked());
     EXPECT_TRUE(semaphore.Unlock(3));
     EXPECT_TRUE(semaphore.Lock(0) && semaphore.Lock(0) && semaphore.Lock(0));
     EXPECT_FALSE(semaphore.Lock(0));
@@ -247,20 +197,10 @@ TEST(SyncObject, SemaphoreCountsUpToItsMaximum)
     EXPECT_TRUE(semaphore.Unlock(5));
     EXPECT_FALSE(semaphore.Unlock()) << "full";
     EXPECT_FALSE(semaphore.IsLocked()) << "IsLocked gives back what it took";
-    EXPECT_FALSE(semaphore.Unlock());
 
     Kiv::Semaphore invalid(3, 2);
     EXPECT_EQ(static_cast<void *>(invalid), nullptr);
     EXPECT_FALSE(invalid.Lock(0) || invalid.Unlock());
-
-    Kiv::Semaphore empty(0, 10);
-    Waiters waiters(empty, 3);
-    EXPECT_EQ(waiters.released, 0);
-    EXPECT_TRUE(empty.Unlock(2));
-    EXPECT_TRUE(Eventually([&] { return waiters.released == 2; }));
-    Pause();
-    EXPECT_EQ(waiters.released, 2);
-    EXPECT_TRUE(empty.Unlock());
 }
 
 TEST(SyncObject, AutoAndManualResetEvents)
@@ -276,7 +216,6 @@ TEST(SyncObject, AutoAndManualResetEvents)
     Kiv::WEvent manual(true, true);
     EXPECT_TRUE(manual.Lock(0) && manual.Lock(0));
     EXPECT_TRUE(manual.Reset());
-    EXPECT_FALSE(manual.Lock(20));
     EXPECT_TRUE(manual.Pulse());
     EXPECT_FALSE(manual.Lock(0)) << "nobody waited on the pulse: nothing remains";
 
@@ -286,15 +225,13 @@ TEST(SyncObject, AutoAndManualResetEvents)
     {
         SCOPED_TRACE(pulse ? "Pulse" : "Set");
         {
-            Waiters waiters(automatic, 3);
+            Waiters waiters(automatic, 2);
             EXPECT_TRUE(pulse ? automatic.Pulse() : automatic.Set());
             EXPECT_TRUE(Eventually([&] { return waiters.released == 1; }));
             Pause();
             EXPECT_EQ(waiters.released, 1);
             EXPECT_FALSE(automatic.Lock(0)) << "the released waiter reset it";
-            automatic.Set(); // let the other two go
-            EXPECT_TRUE(Eventually([&] { return waiters.released == 2; }));
-            automatic.Set();
+            automatic.Set(); // let the other go
         }
         Waiters waiters(manual, 3);
         EXPECT_TRUE(pulse ? manual.Pulse() : manual.Set());
@@ -304,7 +241,7 @@ TEST(SyncObject, AutoAndManualResetEvents)
     }
 }
 
-TEST(SyncObject, MultiLockWaitsForAnyOrAll)
+TEST(SyncObject, MultiLockWaitsForAny)
 {
     Kiv::WEvent first(false, false);
     Kiv::WEvent second(false, false);
@@ -326,24 +263,11 @@ TEST(SyncObject, MultiLockWaitsForAnyOrAll)
     second.Set();
     EXPECT_EQ(lock.Lock(mustHappen, false), 0x10000001u);
     EXPECT_TRUE(!lock.IsLocked(0) && lock.IsLocked(1) && !lock.IsLocked(2)) << "only the second is marked";
-    EXPECT_EQ(lock.Lock(0, false), MultiLock::TimedOut);
-    EXPECT_EQ(lock.Lock(30, true), MultiLock::TimedOut);
-
-    first.Set();
-    EXPECT_EQ(lock.Lock(30, true), MultiLock::TimedOut);
-    EXPECT_TRUE(first.Lock(0)) << "a wait-all that failed took nothing";
-    first.Set();
-    second.Set();
-    EXPECT_EQ(lock.Lock(0, true), MultiLock::Signalled);
-    EXPECT_TRUE(lock.IsLocked(0) && lock.IsLocked(1));
-    EXPECT_FALSE(first.Lock(0) || second.Lock(0)) << "both were taken";
     EXPECT_TRUE(lock.Unlock());
-    EXPECT_FALSE(lock.IsLocked(0) || lock.IsLocked(1));
-    EXPECT_FALSE(lock.Unlock(1));
+    EXPECT_EQ(lock.Lock(0, false), MultiLock::TimedOut);
 
     Kiv::SyncObject * none[] = {&first, nullptr};
     EXPECT_EQ(MultiLock(none, 2, false).Lock(0, false), MultiLock::Failed);
-    EXPECT_EQ(MultiLock(events, 0, false).Lock(0, false), MultiLock::Failed);
 }
 
 TEST(SyncObject, WaitAllTakesEverythingAtOnce)
@@ -384,23 +308,17 @@ TEST(SyncObject, LockersReleaseWhatTheyHold)
     Kiv::Mutex mutex;
     Kiv::Semaphore semaphore(1, 3);
     {
-        Kiv::SingleLock hold(&semaphore, false);
-        EXPECT_TRUE(hold.Unlock()) << "nothing to release";
-        EXPECT_TRUE(hold.Lock(0));
-        EXPECT_FALSE(Kiv::SingleLock(&semaphore, false).Lock(0));
+        Kiv::SingleLock hold(&semaphore, true);
         EXPECT_TRUE(hold.Unlock(2));
-        EXPECT_FALSE(hold.IsLocked());
     }
     EXPECT_TRUE(semaphore.Lock(0) && semaphore.Lock(0));
     EXPECT_FALSE(semaphore.Lock(0)) << "Unlock(2) gave back two";
-    EXPECT_FALSE(Kiv::SingleLock(nullptr, true).IsLocked());
 
     semaphore.Unlock(); // both free: lockNow takes only the first
     Kiv::SyncObject * objects[] = {&mutex, &semaphore};
     {
         MultiLock hold(objects, 2, true);
-        EXPECT_TRUE(hold.IsLocked(0));
-        EXPECT_FALSE(hold.IsLocked(1));
+        EXPECT_TRUE(hold.IsLocked(0) && !hold.IsLocked(1));
         EXPECT_TRUE(OnOtherThread([&] { return mutex.IsLocked(); }));
     }
     EXPECT_FALSE(OnOtherThread([&] { return mutex.IsLocked(); }));
@@ -410,23 +328,12 @@ TEST(SyncObject, ReadersShareAndWritersWaitForThem)
 {
     Kiv::SWMRGuard guard;
     EXPECT_TRUE(guard.WaitToRead(0));
-    EXPECT_TRUE(guard.WaitToRead(0));
-    EXPECT_FALSE(guard.WaitToWrite(0));
-    guard.DoneReading();
     EXPECT_FALSE(OnOtherThread([&] { return guard.WaitToWrite(20); }));
     guard.DoneReading();
     guard.DoneReading(); // one too many is ignored
     EXPECT_TRUE(guard.WaitToWrite(0));
     EXPECT_FALSE(OnOtherThread([&] { return guard.WaitToRead(20); }));
-    EXPECT_FALSE(OnOtherThread([&] { return guard.WaitToWrite(0); }));
     guard.DoneWriting();
-    EXPECT_TRUE(OnOtherThread(
-        [&]
-        {
-            const bool read = guard.WaitToRead(0);
-            guard.DoneReading();
-            return read;
-        }));
 
     // Three readers and two writers at once: a writer is never inside with anyone else.
     std::atomic<int> readers{0}, writers{0}, overlaps{0};
@@ -474,11 +381,6 @@ private:
 TEST(SyncObject, ReferenceCountDeletesOnTheLastRelease)
 {
     int deaths = 0;
-    const Counted * counted = new Counted(&deaths);
-    counted->AddReference();
-    EXPECT_TRUE(counted->ReleaseReference());
-    EXPECT_EQ(deaths, 1);
-
     Counted original(&deaths);
     original.AddReference();
     original.AddReference();
@@ -486,16 +388,15 @@ TEST(SyncObject, ReferenceCountDeletesOnTheLastRelease)
     EXPECT_EQ(copy->GetReferenceCount(), 0) << "a copy starts unreferenced";
     copy->AddReference();
     EXPECT_TRUE(copy->ReleaseReference());
-    EXPECT_EQ(deaths, 2);
+    EXPECT_EQ(deaths, 1);
     EXPECT_FALSE(original.ReleaseReference());
-    EXPECT_EQ(original.GetReferenceCount(), 1);
 
     int recycled = 0;
     Counted pooled(&deaths, &recycled);
     pooled.AddReference();
     EXPECT_TRUE(pooled.ReleaseReference());
     EXPECT_EQ(recycled, 1) << "DeleteThis is virtual";
-    EXPECT_EQ(deaths, 2);
+    EXPECT_EQ(deaths, 1);
 }
 
 #if defined(__linux__)
