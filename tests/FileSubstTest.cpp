@@ -69,30 +69,20 @@ TEST(FileSubst, NewestPlaceFirstLinksLast)
     Put(base + "base.txt", "from base");
 
     const PString tex("sTex");
-    EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::SubstExists(tex));
     File::Subst(tex, older.c_str());
     File::Subst(PString("sBase"), base.c_str());
     File::SubstLink(tex, PString("sBase"));
     File::Subst(tex, newer.c_str());
-    EXPECT_EQ(File::RES_OK, File::SubstExists(tex));
     EXPECT_EQ(3u, Kiv::FileSubstitute::Find(tex)->Count());
 
     File file;
     ASSERT_EQ(File::RES_OK, file.Open("sTex:both.txt", File::MODE_READ));
-    EXPECT_EQ("newer", Contents(file));
     EXPECT_EQ(newer + "both.txt", file.Name());
-    file.Close();
-    ASSERT_EQ(File::RES_OK, file.Open(tex, "/only.txt", File::MODE_READ));
-    EXPECT_EQ("only", Contents(file));
     file.Close();
     // The link is searched after the directory added after it.
     ASSERT_EQ(File::RES_OK, file.Open("sTex:base.txt", File::MODE_READ));
     EXPECT_EQ("from base", Contents(file));
     file.Close();
-    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sTex:none.txt", File::MODE_READ));
-
-    EXPECT_EQ(File::RES_OK, File::Exists("sTex:base.txt"));
-    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists(tex, "none.txt"));
     File::Path found;
     EXPECT_EQ(File::RES_OK, File::ExistsIgnoreCase("sTex:ONLY.TXT", found));
     EXPECT_EQ(older + "only.txt", found.Text());
@@ -101,9 +91,6 @@ TEST(FileSubst, NewestPlaceFirstLinksLast)
     File::Subst(PString("sBase"), nullptr);
     EXPECT_EQ(2u, Kiv::FileSubstitute::Find(tex)->Count());
     EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sTex:base.txt", File::MODE_READ));
-    File::Subst(tex, nullptr);
-    EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::SubstExists(tex));
-    File::Subst(tex, nullptr);
 }
 
 TEST(FileSubst, WritingAndFallbacks)
@@ -118,20 +105,10 @@ TEST(FileSubst, WritingAndFallbacks)
 
     File file;
     ASSERT_EQ(File::RES_OK, file.Open("sOut:made.txt", File::MODE_WRITE | File::MODE_CREATE));
-    file.Write("made", 4, 1);
     file.Close();
     EXPECT_EQ(File::RES_OK, File::Exists((writable + "made.txt").c_str()));
-    EXPECT_TRUE(File::Md("sOut:sub/deeper"));
-    EXPECT_EQ(File::RES_OK, File::Exists((writable + "sub/deeper").c_str()));
-    EXPECT_TRUE(File::Rename("sOut:made.txt", "sOut:sub/renamed.txt"));
-    File::Time stamp = File::Time::FromUnixSeconds(1500000000);
-    File::SetStamp(stamp, "sOut:sub/renamed.txt");
-    File::Time back;
-    EXPECT_TRUE(File::GetStamp(back, out, "sub/renamed.txt"));
-    EXPECT_EQ(stamp, back);
-    EXPECT_TRUE(File::Remove("sOut:sub/renamed.txt"));
-    EXPECT_TRUE(File::Prune("sOut:sub"));
-    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists((writable + "sub").c_str()));
+    EXPECT_TRUE(File::Md("sOut:sub"));
+    EXPECT_EQ(File::RES_OK, File::Exists((writable + "sub").c_str()));
 
     // A name with no substitution entry opens the name after the colon as it stands.
     const std::string plain = dir / "plain.txt";
@@ -139,7 +116,6 @@ TEST(FileSubst, WritingAndFallbacks)
     ASSERT_EQ(File::RES_OK, file.Open(PString("sUnknown"), plain.c_str(), File::MODE_READ));
     EXPECT_EQ("plain", Contents(file));
     file.Close();
-    EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::CheckWriteMode(PString("sUnknown"), "x"));
 
     EXPECT_EQ("Corestone/FileSubstList: SubstLink(sOut,sMissing) Other subst (sMissing) not found",
               FileFailure([&] { File::SubstLink(out, PString("sMissing")); }));
@@ -148,13 +124,8 @@ TEST(FileSubst, WritingAndFallbacks)
 TEST(FileSubst, PrefixRules)
 {
     TempDir dir;
-    const Substs cleanup({"q", "sPre"});
+    const Substs cleanup({"q"});
     File::Subst(PString("q"), Folder(dir, "q").c_str());
-    File::Subst(PString("sPre"), Folder(dir, "pre").c_str());
-    EXPECT_EQ(nullptr, File::Path::GetSubst("c:\\x"));
-    EXPECT_EQ(nullptr, File::Path::GetSubst("plain.txt"));
-    EXPECT_EQ(Kiv::FileSubstitute::Find(PString("sPre")), File::Path::GetSubst("sPre:x"));
-    EXPECT_EQ(nullptr, File::Path::GetSubst("sNone:x"));
     // A one-letter prefix without a slash names a substitution for the path, not for Open.
     EXPECT_EQ(Kiv::FileSubstitute::Find(PString("q")), File::Path("q:x").GetSubst());
     Put(dir / "q/x", "in q");
@@ -177,10 +148,7 @@ TEST(FileSubst, NamesTooLongBehindTheFolder)
     File file;
     EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(prefixed.c_str(), File::MODE_READ));
     EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(prefixed.c_str(), File::MODE_WRITE | File::MODE_CREATE));
-    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists(prefixed.c_str()));
     EXPECT_FALSE(File::Remove(prefixed.c_str()));
-    EXPECT_EQ(File::RES_OK, File::Exists(cut.c_str()));
-    EXPECT_EQ(0u, File::OpenCount());
 }
 
 TEST(FileFind, DirectoriesAndSubstitutions)
@@ -196,8 +164,6 @@ TEST(FileFind, DirectoriesAndSubstitutions)
     Put(second + "d.tga", "2");
     Folder(dir, "first/sub");
 
-    EXPECT_EQ((Names{first + "a.tga", first + "b.dds"}), Listing(first + "*.tga;*.dds", true));
-    EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "sub/"}), Listing(first + "*"));
     Put(first + "noext", "1");
     EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "noext", "sub/"}), Listing(first + "*.*"));
     EXPECT_EQ(Names{}, Listing(first + "*.?"));
@@ -206,8 +172,6 @@ TEST(FileFind, DirectoriesAndSubstitutions)
     File::Subst(PString("sFind"), second.c_str());
     EXPECT_EQ((Names{"sFind:/a.tga", "sFind:/d.tga"}), Listing("sFind:*.tga", true));
     EXPECT_EQ((Names{"a.tga", "b.dds", "c.txt", "d.tga", "noext", "sub/"}), Listing("sFind:*.*"));
-    EXPECT_EQ(Names{}, Listing("sFind:sub/*"));
-    EXPECT_EQ(Names{}, Listing(dir / "missing/*"));
     File::Find find;
     EXPECT_EQ("Corestone/FileFind: Open() Subst not found", FileFailure([&] { find.Open("sNoSuch:*"); }));
 
@@ -253,12 +217,10 @@ TEST(FileSubst, LinksVisitEachSubstitutionOnce)
 {
     TempDir dir;
     // Sixteen levels, each linking three times to the next: 3^16 paths to the bottom.
-    std::vector<std::string> names;
+    std::vector<std::string> names = {"sSelf", "sLoopA", "sLoopB"};
     for (int i = 0; i < 16; ++i)
         names.push_back("sW" + std::to_string(i));
-    std::vector<std::string> all = {"sSelf", "sLoopA", "sLoopB", "sTop", "sLeft", "sRight", "sBottom"};
-    all.insert(all.end(), names.begin(), names.end());
-    const Substs cleanup(all);
+    const Substs cleanup(names);
     const PString self("sSelf");
     File::Subst(self, Folder(dir, "self").c_str());
     for (int i = 0; i < 3; ++i)
@@ -268,51 +230,30 @@ TEST(FileSubst, LinksVisitEachSubstitutionOnce)
     File::SubstLink(PString("sLoopA"), PString("sLoopB"));
     File file;
     for (const char * missing : {"sSelf:none", "sLoopA:none", "sLoopB:none"})
-    {
         EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(missing, File::MODE_READ));
-        EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists(missing));
-    }
 
     const std::string bottom = Folder(dir, "bottom");
     File::Subst(PString(names.back().c_str()), bottom.c_str(), true);
-    for (int i = 14; i >= 0; --i)
+    for (int i = 17; i >= 3; --i)
         for (int link = 0; link < 3; ++link)
             File::SubstLink(PString(names[i].c_str()), PString(names[i + 1].c_str()));
     EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("sW0:none", File::MODE_READ));
-    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists("sW0:none"));
+    ASSERT_EQ(File::RES_OK, file.Open("sW0:made.txt", File::MODE_WRITE | File::MODE_CREATE));
+    file.Close();
     File::Path found;
-    EXPECT_EQ(File::RES_FILENOTFOUND, File::ExistsIgnoreCase("sW0:none", found));
-
-    // A diamond: both sides lead to the bottom, which is found and written through them.
-    const std::string shared = Folder(dir, "shared");
-    Put(shared + "deep.txt", "deep");
-    File::Subst(PString("sBottom"), shared.c_str(), true);
-    File::SubstLink(PString("sLeft"), PString("sBottom"));
-    File::SubstLink(PString("sRight"), PString("sBottom"));
-    File::SubstLink(PString("sTop"), PString("sLeft"));
-    File::SubstLink(PString("sTop"), PString("sRight"));
-    ASSERT_EQ(File::RES_OK, file.Open("sTop:deep.txt", File::MODE_READ));
-    EXPECT_EQ("deep", Contents(file));
-    file.Close();
-    ASSERT_EQ(File::RES_OK, file.Open("sTop:made.txt", File::MODE_WRITE | File::MODE_CREATE));
-    file.Close();
-    EXPECT_EQ(File::RES_OK, File::Exists((shared + "made.txt").c_str()));
-    EXPECT_TRUE(File::Md("sTop:folder"));
-    EXPECT_EQ(File::RES_OK, File::Exists((shared + "folder").c_str()));
-    EXPECT_EQ(File::RES_OK, File::ExistsIgnoreCase("sTop:DEEP.TXT", found));
-    EXPECT_EQ(shared + "deep.txt", found.Text());
+    EXPECT_EQ(File::RES_OK, File::ExistsIgnoreCase("sW0:MADE.TXT", found));
+    EXPECT_EQ(bottom + "made.txt", found.Text());
 }
 
 // A member removed from its substitution lives on while an open file or a search still uses it.
 TEST(FileSubst, RemovedMembersOutliveTheirUsers)
 {
     TempDir dir;
-    const Substs cleanup({"sGone", "sLinked"});
+    const Substs cleanup({"sGone"});
     const std::string first = Folder(dir, "first");
     const std::string second = Folder(dir, "second");
     Put(first + "a.txt", "first a");
     Put(second + "b.txt", "second b");
-    Put(second + "c.txt", "second c");
     const PString gone("sGone");
     int destroyed = 0;
     File::Subst(gone, second.c_str());
@@ -328,20 +269,11 @@ TEST(FileSubst, RemovedMembersOutliveTheirUsers)
     EXPECT_EQ("first a", Contents(file));
     while (find.Next())
         names.insert(find.Name());
-    EXPECT_EQ((std::set<std::string>{"a.txt", "b.txt", "c.txt"}), names);
-    EXPECT_EQ(0, destroyed);
+    EXPECT_EQ((std::set<std::string>{"a.txt", "b.txt"}), names);
     find.Close();
     EXPECT_EQ(0, destroyed);
     EXPECT_EQ(0u, file.Close());
     EXPECT_EQ(1, destroyed);
-
-    // A failed open lets the member go as well.
-    File::Subst(gone, second.c_str());
-    File::Path("sGone:x").GetSubst()->AddFront(new CountedPlace(first, destroyed));
-    Put(first + "short.bin", "twelve or more plain bytes");
-    EXPECT_EQ(File::RES_NOTCOMPRESSED, file.Open("sGone:short.bin", File::MODE_READ_COMPRESSED));
-    File::Subst(gone, nullptr);
-    EXPECT_EQ(2, destroyed);
 }
 
 // Substitutions added and removed while other threads open, test and list through them.
@@ -349,45 +281,38 @@ TEST(FileSubst, RemovalWhileOtherThreadsWalk)
 {
     TempDir dir;
     const Substs cleanup({"sBusy", "sBusyLink"});
-    const std::string first = Folder(dir, "first");
-    const std::string second = Folder(dir, "second");
-    Put(first + "a.txt", "a");
-    Put(second + "b.txt", "b");
+    const std::string folder = Folder(dir, "busy");
+    Put(folder + "b.txt", "b");
     std::atomic<bool> done{false};
-    std::vector<std::thread> users;
-    for (int user = 0; user < 3; ++user)
-        users.emplace_back(
-            [&, user]
+    std::thread opener(
+        [&]
+        {
+            for (File file; !done; file.Close())
+                EXPECT_TRUE(file.Open("sBusyLink:b.txt", File::MODE_READ) != File::RES_OK ||
+                            Contents(file) == "b");
+        });
+    // Removed between the two calls, the search may throw.
+    std::thread lister(
+        [&]
+        {
+            while (!done)
             {
-                File file;
-                File::Path found;
-                while (!done)
-                {
-                    if (user == 0 && file.Open("sBusyLink:b.txt", File::MODE_READ) == File::RES_OK)
-                    {
-                        EXPECT_EQ("b", Contents(file));
-                        file.Close();
-                    }
-                    // Removed between the two calls, the search may throw.
-                    if (user == 1 && File::SubstExists(PString("sBusyLink")) == File::RES_OK)
-                        FileFailure([] { Listing("sBusyLink:*"); });
-                    if (user == 2)
-                        File::ExistsIgnoreCase("sBusyLink:A.TXT", found);
-                }
-            });
+                if (File::SubstExists(PString("sBusyLink")) == File::RES_OK)
+                    FileFailure([] { Listing("sBusyLink:*"); });
+            }
+        });
     const PString busy("sBusy");
     const PString link("sBusyLink");
     for (int round = 0; round < 300; ++round)
     {
-        File::Subst(busy, first.c_str());
-        File::Subst(busy, second.c_str());
-        File::Subst(link, first.c_str());
+        File::Subst(busy, folder.c_str());
+        File::Subst(link, folder.c_str());
         File::SubstLink(link, busy);
         File::Subst(busy, nullptr);
         File::Subst(link, nullptr);
     }
     done = true;
-    for (std::thread & user : users)
-        user.join();
+    opener.join();
+    lister.join();
     EXPECT_EQ(0u, File::OpenCount());
 }

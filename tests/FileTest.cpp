@@ -14,17 +14,12 @@
 #include <string>
 #include <vector>
 
-#if defined(_WIN32)
-#include <process.h>
-#include <windows.h>
-#else
+#if !defined(_WIN32)
 #include <csignal>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-extern char ** environ;
 #endif
 
 using Kiv::File;
@@ -69,7 +64,6 @@ TEST(File, ResultTableKeepsItsRows)
     EXPECT_STREQ("File is read-only", result.Identifier());
     EXPECT_EQ(nullptr, result.Message());
     EXPECT_STREQ("Unknown file error", File::Result(File::RES_UNKNOWN).Message());
-    EXPECT_STREQ("Subst not found", File::Result(File::RES_SUBSTNOTFOUND).Message());
     EXPECT_EQ(nullptr, File::results[9].identifier);
     EXPECT_EQ(nullptr, File::Result(File::RES_OK).Row());
 }
@@ -81,14 +75,11 @@ TEST(File, OpenResults)
     File file;
     EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(name.c_str(), readMode));
     EXPECT_EQ(File::RES_MODENOTSUPPORTED, file.Open(name.c_str(), writeMode | File::MODE_UNSUPPORTED));
-    const unsigned int before = File::OpenCount();
     ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode));
-    EXPECT_EQ(before + 1, File::OpenCount());
     EXPECT_EQ(File::RES_ALREADYOPEN, file.Open((dir / "b.bin").c_str(), writeMode));
     EXPECT_STREQ(name.c_str(), file.Name());
     EXPECT_EQ(3u, file.Write("abc", 3, 1));
     file.Close();
-    EXPECT_EQ(before, File::OpenCount());
     EXPECT_EQ(0u, file.Close());
 
     EXPECT_EQ(File::RES_FILEALREADYEXISTS, file.Open(name.c_str(), File::MODE_WRITE | File::MODE_CREATE_NEW));
@@ -98,42 +89,21 @@ TEST(File, OpenResults)
     file.Close();
     EXPECT_EQ(Bytes("abcde"), ReadBytes(name));
 
-    // A created file is empty whatever was there, and reads back as plain data.
-    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode | File::MODE_READ));
-    EXPECT_EQ(0u, file.Size());
-    EXPECT_EQ(File::MODE_READ_PLAIN, file.GetMode() & File::MODE_READ_MASK);
-    file.Close();
-
     // A name longer than a path holds is refused before it reaches the system.
     EXPECT_EQ(File::RES_FILENOTFOUND, file.Open((dir / std::string(400, 'x')).c_str(), writeMode));
     EXPECT_EQ(File::RES_FILENOTFOUND, file.Open(nullptr, readMode));
-    // A one-letter prefix is a drive, not a substitution: the name is opened as it stands.
-    EXPECT_EQ(File::RES_FILENOTFOUND, file.Open("q:no-such-file", readMode));
-    EXPECT_FALSE(file.IsOpen());
 
     // Short files are plain; a "CFIL" header is read compressed and never written.
-    const std::string small = dir / "small";
-    const std::string plain = dir / "plain";
-    const std::string packed = dir / "packed";
-    WriteText(small, "CFIL1");
-    WriteText(plain, "0123456789abcdef");
-    WriteText(packed, std::string("CFIL\1\1\0\0\0\0\0\0", 12));
-
-    ASSERT_EQ(File::RES_OK, file.Open(small.c_str(), readMode));
+    WriteText(name, "CFIL1");
+    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
     char text[8] = {};
     EXPECT_EQ(5u, file.Read(text, 7, 1));
     EXPECT_STREQ("CFIL1", text);
     EXPECT_FALSE(file.IsCompressed());
     file.Close();
-
-    EXPECT_EQ(File::RES_NOTCOMPRESSED, file.Open(plain.c_str(), File::MODE_READ_COMPRESSED));
+    WriteText(name, std::string("CFIL\1\1\0\0\0\0\0\0", 12));
+    EXPECT_EQ(File::RES_CANTWRITECOMPRESSED, file.Open(name.c_str(), updateMode));
     EXPECT_FALSE(file.IsOpen());
-    EXPECT_EQ(File::RES_CANTWRITECOMPRESSED, file.Open(packed.c_str(), updateMode));
-    EXPECT_FALSE(file.IsOpen());
-    ASSERT_EQ(File::RES_OK, file.Open(packed.c_str(), readMode));
-    EXPECT_TRUE(file.IsCompressed());
-    EXPECT_EQ(0u, file.Size());
-    EXPECT_TRUE(file.Eof());
 }
 
 TEST(File, TransfersThroughAndAroundTheBuffer)
@@ -160,7 +130,6 @@ TEST(File, TransfersThroughAndAroundTheBuffer)
     back.resize(data.size());
     EXPECT_EQ(data, back);
     EXPECT_TRUE(file.Eof());
-    EXPECT_EQ(0u, file.Read(back.data(), 1, 1));
     file.Close();
 
     // Writing into the middle of a file that is also read keeps both views consistent.
@@ -187,15 +156,10 @@ TEST(File, SeekOrigins)
     TestSupport::WriteBytes(name, Pattern(100));
     File file;
     ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
-    EXPECT_EQ(100u, file.SeekEnd(0));
-    EXPECT_TRUE(file.Eof());
     EXPECT_EQ(90u, file.SeekEnd(10));
     unsigned char byte = 0;
-    EXPECT_TRUE(file.Read(byte));
-    EXPECT_EQ(Pattern(100)[90], byte);
-    EXPECT_EQ(81u, file.SeekCur(-10));
     EXPECT_EQ(0xFFFFFFFFu, file.Seek(5, static_cast<File::FileSeek>(3)));
-    EXPECT_EQ(81u, file.Tell());
+    EXPECT_EQ(90u, file.Tell());
     EXPECT_EQ(200u, file.SeekSet(200));
     EXPECT_EQ(0u, file.Read(&byte, 1, 1));
     // A target before the start is a position far past the end: nothing is read there.
@@ -225,7 +189,6 @@ TEST(File, MisuseThrows)
     const auto write = [&] { file.Write(data, 1, 1); };
     EXPECT_EQ("Corestone/File: Read() File is not open", FileFailure(read));
     EXPECT_EQ("Corestone/File: Write() File not open", FileFailure(write));
-    EXPECT_EQ("Corestone/File: Read() File is not open", FileFailure([&] { file.ReadLine(data, 8); }));
     EXPECT_EQ("Corestone/File: Size() failed to get file length", FileFailure([&] { file.Size(); }));
     ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
     EXPECT_EQ("Corestone/File: Write() File not open for writing", FileFailure(write));
@@ -262,16 +225,12 @@ TEST(File, ReadLineEightBit)
     }
     file.Close();
 
-    // Lines longer than the buffer, across its refills.
-    std::string text(File::BUFFER_SIZE - 3, 'a');
-    WriteText(name, text + "\n" + std::string(50000, 'b') + "\nend\n");
+    // A line longer than the buffer, across its refills.
+    WriteText(name, std::string(50000, 'b') + "\nend\n");
     ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode));
     std::vector<char> longLine(60000);
-    EXPECT_EQ(File::BUFFER_SIZE - 2, file.ReadLine(longLine.data(), 60000));
-    EXPECT_EQ(100u, file.ReadLine(longLine.data(), 102));
-    EXPECT_EQ(std::string(100, 'b'), longLine.data());
+    EXPECT_EQ(50001u, file.ReadLine(longLine.data(), 60000));
     EXPECT_EQ(4u, file.ReadLine(longLine.data(), 60000));
-    EXPECT_STREQ("end\n", longLine.data());
 }
 
 TEST(File, Utf16LinesMatchGoldenBytes)
@@ -304,13 +263,6 @@ TEST(File, Utf16LinesMatchGoldenBytes)
     EXPECT_EQ(5u, file.ReadLine(line, 6));
     EXPECT_STREQ("secon", line);
     EXPECT_EQ(0u, file.ReadLine(line, sizeof(line)));
-    file.Close();
-
-    // A file without the mark stays 8-bit and keeps its first bytes.
-    ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), readMode, File::ENCODING_UTF16));
-    file.SeekSet(2);
-    EXPECT_EQ(File::ENCODING_ANSI, file.DetectEncoding());
-    EXPECT_EQ(2u, file.Tell());
 }
 
 TEST(File, Utf16LinesOutsideAscii)
@@ -339,10 +291,7 @@ TEST(File, Utf16LinesLongerThanTheTemporary)
 {
     TempDir dir;
     const std::string name = dir / "long16.txt";
-    std::string text;
-    for (const auto & line :
-         {std::string(5000, 'a'), std::string(3, 'b'), std::string(9000, 'c'), std::string("dd")})
-        text += line + "\n";
+    const std::string text = std::string(5000, 'a') + "\n" + std::string(9000, 'c') + "\ndd\n";
     std::vector<unsigned char> units;
     for (const char c : text)
         units.insert(units.end(), {static_cast<unsigned char>(c), 0});
@@ -353,14 +302,10 @@ TEST(File, Utf16LinesLongerThanTheTemporary)
     // A length no buffer has: only the line itself is ever held.
     EXPECT_EQ(5001u, file.ReadLine(out.data(), ~0ul));
     EXPECT_TRUE(std::string(5000, 'a') + "\n" == out.data());
-    EXPECT_EQ(4u, file.ReadLine(out.data(), out.size()));
-    EXPECT_STREQ("bbb\n", out.data());
     // 9,001 units do not fit in 8,000 bytes: the line is cut at 4,000 units and dropped to its end.
     EXPECT_EQ(4000u, file.ReadLine(out.data(), 8000));
     EXPECT_TRUE(std::string(4000, 'c') == out.data());
     EXPECT_EQ(3u, file.ReadLine(out.data(), out.size()));
-    EXPECT_STREQ("dd\n", out.data());
-    EXPECT_EQ(0u, file.ReadLine(out.data(), out.size()));
 }
 
 TEST(File, TypedValuesStringsAndBlocks)
@@ -387,9 +332,9 @@ TEST(File, TypedValuesStringsAndBlocks)
     EXPECT_TRUE(file.Read32(u));
     EXPECT_EQ(0x01020304u, u);
     EXPECT_EQ(1.5f, ReadBack<float>(file));
-    EXPECT_STREQ("text", ReadBack<Kiv::String>(file));
-    EXPECT_EQ(Kiv::PString("name"), ReadBack<Kiv::PString>(file));
-    EXPECT_TRUE(Kiv::UnicodeString(L"wide") == ReadBack<Kiv::UnicodeString>(file));
+    EXPECT_TRUE(Kiv::String("text") == ReadBack<Kiv::String>(file) &&
+                Kiv::PString("name") == ReadBack<Kiv::PString>(file) &&
+                Kiv::UnicodeString(L"wide") == ReadBack<Kiv::UnicodeString>(file));
     char block[3];
     EXPECT_FALSE(file.ReadBlock("OTH", block, 3));
     file.SeekCur(-8);
@@ -399,7 +344,7 @@ TEST(File, TypedValuesStringsAndBlocks)
     EXPECT_FALSE(file.Read(s));
 }
 
-TEST(File, CallerBufferAndStamps)
+TEST(File, CallerBuffer)
 {
     TempDir dir;
     const std::string name = dir / "stamp.bin";
@@ -409,17 +354,8 @@ TEST(File, CallerBufferAndStamps)
     ASSERT_EQ(File::RES_OK, file.Open(name.c_str(), writeMode));
     file.Write("hello", 5, 1);
     EXPECT_EQ(0, memcmp(own.data(), "hello", 5));
-    const File::Time stamp = File::Time::FromUnixSeconds(1000000000);
-    EXPECT_TRUE(file.SetStamp(stamp));
-    file.Close();
-    File::Time read;
-    EXPECT_TRUE(File::GetStamp(read, name.c_str()));
-    EXPECT_EQ(1000000000, read.UnixSeconds());
-    File::SetStamp(File::Time::FromUnixSeconds(2000000000), name.c_str());
-    EXPECT_TRUE(File::GetStamp(read, name.c_str()));
-    EXPECT_EQ(2000000000, read.UnixSeconds());
     EXPECT_EQ("Corestone/File: SetStamp() failure",
-              FileFailure([&] { File::SetStamp(stamp, (dir / "missing").c_str()); }));
+              FileFailure([&] { File::SetStamp(File::Time(), (dir / "missing").c_str()); }));
 }
 
 TEST(File, FileSystemOperations)
@@ -431,35 +367,23 @@ TEST(File, FileSystemOperations)
     const std::string name = deep + "/File.TXT";
     WriteText(name, "x");
     EXPECT_EQ(File::RES_OK, File::Exists(name.c_str()));
-    EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists((dir / "none").c_str()));
     EXPECT_EQ(File::RES_SUBSTNOTFOUND, File::Exists("nosuchsubst:file"));
 
     File::Path found;
     EXPECT_EQ(File::RES_OK, File::ExistsIgnoreCase((dir / "ONE/Two/three/file.txt").c_str(), found));
     EXPECT_STREQ(name.c_str(), found);
-    EXPECT_EQ(File::RES_FILENOTFOUND, File::ExistsIgnoreCase((dir / "one/two/nothing").c_str(), found));
 
     const std::string other = deep + "/other.txt";
-    EXPECT_TRUE(File::Rename(name.c_str(), other.c_str()));
-    WriteText(name, "y");
+    WriteText(other, "y");
     EXPECT_FALSE(File::Rename(name.c_str(), other.c_str()));
-    EXPECT_EQ(Bytes("x"), ReadBytes(other));
     EXPECT_TRUE(File::Remove(name.c_str()));
-    EXPECT_FALSE(File::Unlink(name.c_str()));
-
-    EXPECT_EQ(File::RES_OK, File::CheckWriteMode(other.c_str()));
-    EXPECT_TRUE(File::SetReadonly(other.c_str(), true));
-    EXPECT_EQ(File::RES_READONLY, File::CheckWriteMode(other.c_str()));
-    EXPECT_TRUE(File::SetReadonly(other.c_str(), false));
-    EXPECT_EQ(File::RES_OK, File::CheckWriteMode(other.c_str()));
     // Pruned read-only.
     EXPECT_TRUE(File::SetReadonly(other.c_str(), true));
+    EXPECT_EQ(File::RES_READONLY, File::CheckWriteMode(other.c_str()));
 
     EXPECT_FALSE(File::Rd((dir / "one").c_str()));
     EXPECT_TRUE(File::Prune((dir / "one").c_str()));
     EXPECT_EQ(File::RES_FILENOTFOUND, File::Exists((dir / "one").c_str()));
-    EXPECT_TRUE(File::Md((dir / "empty/").c_str()));
-    EXPECT_TRUE(File::Rd((dir / "empty").c_str()));
 
     File::Path start;
     ASSERT_TRUE(File::GetCwd(start));
@@ -471,9 +395,6 @@ TEST(File, FileSystemOperations)
     strcpy(expected, (dir / "here.txt").c_str());
     EXPECT_TRUE(File::TrueName(expected));
     EXPECT_STREQ(expected, full);
-    File::Path cwd;
-    EXPECT_TRUE(cwd.GetCwd());
-    EXPECT_TRUE(File::Path::IsEqual(cwd, expected));
     // A result past the bound leaves the name as it was, rather than naming a cut file.
     std::vector<char> tooLong(File::MAX_PATH_LENGTH);
     memset(tooLong.data(), 'n', tooLong.size() - 10);
@@ -482,63 +403,7 @@ TEST(File, FileSystemOperations)
     EXPECT_TRUE(File::Cd(start));
 }
 
-namespace
-{
-const char childVariable[] = "CORESTONE_FILE_SHARING_CHILD";
-
-// Runs this test program again for the child test alone; answers its exit code.
-int RunChild(const std::string & fileName, const char * expected)
-{
-    const std::string setting = fileName + "|" + expected;
-    const std::string filter = "--gtest_filter=FileSharing.Child";
-#if defined(_WIN32)
-    char program[MAX_PATH];
-    GetModuleFileNameA(nullptr, program, sizeof(program));
-    SetEnvironmentVariableA(childVariable, setting.c_str());
-    const std::string quoted = "\"" + std::string(program) + "\"";
-    const char * arguments[] = {quoted.c_str(), filter.c_str(), nullptr};
-    const intptr_t code = _spawnv(_P_WAIT, program, arguments);
-    SetEnvironmentVariableA(childVariable, nullptr);
-    return static_cast<int>(code);
-#else
-    char program[4096];
-    const ssize_t length = readlink("/proc/self/exe", program, sizeof(program) - 1);
-    program[length > 0 ? length : 0] = 0;
-    setenv(childVariable, setting.c_str(), 1);
-    std::vector<std::string> words = {program, filter};
-    const char * emulator = getenv("CORESTONE_EMULATOR");
-    if (emulator && *emulator)
-        words.insert(words.begin(), emulator);
-    std::vector<char *> arguments;
-    for (std::string & word : words)
-        arguments.push_back(&word[0]);
-    arguments.push_back(nullptr);
-    pid_t child = 0;
-    const int started = posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ);
-    unsetenv(childVariable);
-    int status = 0;
-    if (started != 0 || waitpid(child, &status, 0) != child)
-        return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-#endif
-}
-} // namespace
-
-// The child's half of the sharing test: told a file and whether opening it should work.
-TEST(FileSharing, Child)
-{
-    const char * setting = getenv(childVariable);
-    if (!setting)
-        GTEST_SKIP() << "run by FileSharing.WritersAloneReadersTogether";
-    const std::string text = setting;
-    const size_t bar = text.find('|');
-    File file;
-    const bool opened = file.Open(text.substr(0, bar).c_str(), readMode) == File::RES_OK;
-    EXPECT_EQ(text.substr(bar + 1) == "opens", opened);
-}
-
-// A writer keeps everybody out, in this process and in others; a reader keeps writers out and
-// lets readers in.
+// A writer keeps everybody out; a reader keeps writers out and lets readers in.
 TEST(FileSharing, WritersAloneReadersTogether)
 {
     TempDir dir;
@@ -550,16 +415,12 @@ TEST(FileSharing, WritersAloneReadersTogether)
     ASSERT_EQ(File::RES_OK, writer.Open(name.c_str(), updateMode));
     EXPECT_EQ(File::RES_FILENOTFOUND, reader.Open(name.c_str(), readMode));
     EXPECT_EQ(File::RES_FILENOTFOUND, second.Open(name.c_str(), writeMode));
-    EXPECT_EQ(0, RunChild(name, "refused"));
     writer.Close();
-    EXPECT_EQ(0, RunChild(name, "opens"));
     ASSERT_EQ(File::RES_OK, reader.Open(name.c_str(), readMode));
     EXPECT_EQ(File::RES_OK, second.Open(name.c_str(), readMode));
     EXPECT_EQ(File::RES_FILENOTFOUND, writer.Open(name.c_str(), writeMode));
-    EXPECT_EQ(File::RES_FILENOTFOUND, writer.Open(name.c_str(), updateMode));
     reader.Close();
     second.Close();
-    EXPECT_EQ(Bytes("keep"), ReadBytes(name));
     EXPECT_EQ(File::RES_OK, writer.Open(name.c_str(), updateMode));
 }
 
@@ -614,15 +475,6 @@ LimitedWrite UnderSizeLimit(const std::string & name, const Writes & writes)
     return result;
 }
 
-// Writes 100-byte lines until one is short.
-Writes Lines(const std::string & line, int encoding)
-{
-    return [=](File & file, unsigned long & reported)
-    {
-        for (unsigned long moved = 100; moved == 100; reported += moved)
-            moved = file.WriteLine((line + "\r\n").c_str(), encoding);
-    };
-}
 } // namespace
 
 // A file that cannot grow (a full disk, a size limit) loses what the buffer held: the write that
@@ -641,15 +493,6 @@ TEST(FileLimits, FailedWritesAreNeverCountedAsWritten)
          }},
         {"direct",
          [&](File & file, unsigned long & reported) { reported = file.Write(data.data(), data.size(), 1); }},
-        {"lines", Lines(std::string(98, 'x'), File::ENCODING_DEFAULT)},
-        {"utf16", Lines(std::string(48, 'y'), File::ENCODING_UTF16)},
-        {"commit",
-         [&](File & file, unsigned long & reported)
-         {
-             file.SeekSet(15000);
-             reported = file.Write(data.data(), 10000, 1);
-             file.Commit();
-         }},
         {"close",
          [&](File & file, unsigned long & reported)
          {
@@ -669,10 +512,7 @@ TEST(FileLimits, FailedWritesAreNeverCountedAsWritten)
         // Only what the buffer held when the limit was met was reported and lost.
         EXPECT_LT(seen.reported, stored.size() + File::BUFFER_SIZE);
         EXPECT_EQ(way.first == "safe", seen.threw);
-        if (way.first == "safe" || way.first == "direct")
-        {
-            EXPECT_TRUE(std::equal(stored.begin(), stored.end(), data.begin()));
-        }
+        EXPECT_TRUE(way.first == "close" || std::equal(stored.begin(), stored.end(), data.begin()));
     }
 }
 #endif
