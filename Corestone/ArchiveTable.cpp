@@ -66,10 +66,11 @@ bool ArchiveTable::Grow()
 
 bool ArchiveTable::Add(uint32_t dataOffset, uint32_t dataLength, const File::Entry & entry)
 {
-    if (Record * older = Find(entry.name))
-        Remove(older);
+    // Room first: a failed growth keeps the older record.
     if (used == capacity && !Grow())
         return false;
+    if (Record * older = Find(entry.name))
+        Remove(older);
     Record & record = records[used];
     record.dataOffset = dataOffset;
     record.dataLength = dataLength;
