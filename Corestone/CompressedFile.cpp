@@ -69,14 +69,15 @@ bool CopyFile(const char * from, const char * to)
     int64_t copied = 0;
     auto * bytes = static_cast<unsigned char *>(Alloc::New(CHUNK_BYTES));
     HandleWriter writer(out);
-    for (unsigned int got = CHUNK_BYTES; out >= 0 && got == CHUNK_BYTES;)
+    for (unsigned int got = CHUNK_BYTES; bytes && out >= 0 && got == CHUNK_BYTES;)
     {
         got = ReadFully(in, bytes, CHUNK_BYTES);
         if (writer.WriteRaw(bytes, got) != got)
             break;
         copied += got;
     }
-    Alloc::Delete(bytes);
+    if (bytes)
+        Alloc::Delete(bytes);
     FilePlatform::Close(in);
     return out >= 0 && FilePlatform::Close(out) && copied == length;
 }
@@ -91,6 +92,8 @@ bool WriteCompressedForm(BinReader & plain, uint32_t length, BinWriter & target)
         return false;
     // The plain chunk, then its coded form behind room for the length word.
     auto * work = static_cast<unsigned char *>(Alloc::New(2 * CHUNK_BYTES + 2));
+    if (!work)
+        return false;
     unsigned char * input = work;
     unsigned char * chunk = work + CHUNK_BYTES;
     bool good = true;
