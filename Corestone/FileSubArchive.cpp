@@ -98,6 +98,16 @@ File::Time CreatedOf(const File::Entry & entry)
     return created;
 }
 
+// Writes where the handle stands, in as many calls as the system needs; the bytes that reached it.
+uint32_t WriteAll(int handle, const void * data, uint32_t length)
+{
+    const auto * bytes = static_cast<const unsigned char *>(data);
+    uint32_t done = 0;
+    for (int put = 1; done < length && put > 0; done += put > 0 ? static_cast<uint32_t>(put) : 0)
+        put = FilePlatform::Write(handle, bytes + done, length - done);
+    return done;
+}
+
 // A stored file's data inside the file, its block after the INFO block.
 bool BlockFits(uint64_t dataOffset, uint64_t dataLength, uint64_t fileLength)
 {
@@ -119,10 +129,7 @@ public:
 
     unsigned int WriteRaw(const void * data, unsigned int length) override
     {
-        const auto * bytes = static_cast<const unsigned char *>(data);
-        unsigned int done = 0;
-        for (int put = 1; done < length && put > 0; done += put > 0 ? static_cast<unsigned>(put) : 0)
-            put = FilePlatform::Write(to, bytes + done, length - done);
+        const uint32_t done = WriteAll(to, data, length);
         written += done;
         return done;
     }
@@ -265,18 +272,9 @@ bool FileSubArchive::ReadAt(uint64_t offset, void * data, uint32_t length) const
 
 bool FileSubArchive::WriteAt(uint64_t offset, const void * data, uint32_t length) const
 {
-    if (FilePlatform::Seek(handle, static_cast<int64_t>(offset), SEEK_SET) != static_cast<int64_t>(offset))
-        return false;
-    const auto * bytes = static_cast<const unsigned char *>(data);
-    uint32_t done = 0;
-    while (done < length)
-    {
-        const int put = FilePlatform::Write(handle, bytes + done, length - done);
-        if (put <= 0)
-            return false;
-        done += static_cast<uint32_t>(put);
-    }
-    return true;
+    return FilePlatform::Seek(handle, static_cast<int64_t>(offset), SEEK_SET) ==
+               static_cast<int64_t>(offset) &&
+           WriteAll(handle, data, length) == length;
 }
 
 bool FileSubArchive::WriteInfo() const
@@ -502,7 +500,7 @@ bool FileSubArchive::CopyData(int from, uint64_t offset, int to, uint32_t length
     {
         const uint32_t step = length - moved < copyBytes ? length - moved : copyBytes;
         const int got = FilePlatform::ReadAt(from, bytes, step, static_cast<int64_t>(offset + moved));
-        done = got > 0 && FilePlatform::Write(to, bytes, static_cast<uint32_t>(got)) == got;
+        done = got > 0 && WriteAll(to, bytes, static_cast<uint32_t>(got)) == static_cast<uint32_t>(got);
         moved += done ? static_cast<uint32_t>(got) : 0;
     }
     if (bytes)
