@@ -20,24 +20,11 @@ namespace
 {
 std::atomic<uint32_t> temporaryCount{0};
 
-// Moves `length` bytes in as many calls as the system needs; stops at an error or the end.
-template <typename Bytes, typename Call>
-unsigned int MoveAll(int handle, Bytes * data, unsigned int length, Call call)
-{
-    unsigned int done = 0;
-    while (done < length)
-    {
-        const int moved = call(handle, data + done, length - done);
-        if (moved <= 0)
-            break;
-        done += static_cast<unsigned int>(moved);
-    }
-    return done;
-}
-
 unsigned int ReadFully(int handle, void * data, unsigned int length)
 {
-    return MoveAll(handle, static_cast<unsigned char *>(data), length, FilePlatform::Read);
+    return FilePlatform::MoveAll(static_cast<unsigned char *>(data), length,
+                                 [handle](unsigned char * at, uint32_t count)
+                                 { return FilePlatform::Read(handle, at, count); });
 }
 
 // Raw bytes to an operating-system handle.
@@ -48,7 +35,7 @@ public:
 
     unsigned int WriteRaw(const void * data, unsigned int length) override
     {
-        return MoveAll(handle, static_cast<const unsigned char *>(data), length, FilePlatform::Write);
+        return FilePlatform::WriteAll(handle, data, length);
     }
 
 private:
@@ -147,15 +134,9 @@ using namespace CompressedFile;
 unsigned int File::ReadHandle(uint32_t physical, void * data, unsigned int length)
 {
     auto * out = static_cast<unsigned char *>(data);
-    unsigned int done = 0;
-    while (done < length)
-    {
-        const int moved = ReadAt(physical + done, out + done, length - done);
-        if (moved <= 0)
-            break;
-        done += static_cast<unsigned int>(moved);
-    }
-    return done;
+    return FilePlatform::MoveAll(out, length,
+                                 [this, physical, out](unsigned char * at, uint32_t count)
+                                 { return ReadAt(physical + static_cast<uint32_t>(at - out), at, count); });
 }
 
 bool File::ReadChunkWord(uint32_t physical, unsigned & word)

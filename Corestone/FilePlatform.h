@@ -63,6 +63,26 @@ int Write(int handle, const void * data, uint32_t count);
 // Reads at an offset without using the handle's position, so files sharing one handle do not
 // move each other's place.
 int ReadAt(int handle, void * data, uint32_t count, int64_t offset);
+// The loop callers need: `step(at, count)` until `length` bytes moved, an error or the end.
+// Answers the bytes moved.
+template <typename Bytes, typename Step>
+uint32_t MoveAll(Bytes * data, uint32_t length, Step step)
+{
+    uint32_t done = 0;
+    while (done < length)
+    {
+        const int moved = step(data + done, length - done);
+        if (moved <= 0)
+            break;
+        done += static_cast<uint32_t>(moved);
+    }
+    return done;
+}
+inline uint32_t WriteAll(int handle, const void * data, uint32_t length)
+{
+    return MoveAll(static_cast<const unsigned char *>(data), length,
+                   [handle](const unsigned char * at, uint32_t count) { return Write(handle, at, count); });
+}
 // Cuts or extends the file to `length` bytes.
 bool Truncate(int handle, int64_t length);
 int64_t Seek(int handle, int64_t offset, int origin);

@@ -98,16 +98,6 @@ File::Time CreatedOf(const File::Entry & entry)
     return created;
 }
 
-// Writes where the handle stands, in as many calls as the system needs; the bytes that reached it.
-uint32_t WriteAll(int handle, const void * data, uint32_t length)
-{
-    const auto * bytes = static_cast<const unsigned char *>(data);
-    uint32_t done = 0;
-    for (int put = 1; done < length && put > 0; done += put > 0 ? static_cast<uint32_t>(put) : 0)
-        put = FilePlatform::Write(handle, bytes + done, length - done);
-    return done;
-}
-
 // A stored file's data inside the file, its block after the INFO block.
 bool BlockFits(uint64_t dataOffset, uint64_t dataLength, uint64_t fileLength)
 {
@@ -129,7 +119,7 @@ public:
 
     unsigned int WriteRaw(const void * data, unsigned int length) override
     {
-        const uint32_t done = WriteAll(to, data, length);
+        const uint32_t done = FilePlatform::WriteAll(to, data, length);
         written += done;
         return done;
     }
@@ -258,23 +248,16 @@ void FileSubArchive::Create()
 bool FileSubArchive::ReadAt(uint64_t offset, void * data, uint32_t length) const
 {
     auto * bytes = static_cast<unsigned char *>(data);
-    uint32_t done = 0;
-    while (done < length)
-    {
-        const int got =
-            FilePlatform::ReadAt(handle, bytes + done, length - done, static_cast<int64_t>(offset + done));
-        if (got <= 0)
-            return false;
-        done += static_cast<uint32_t>(got);
-    }
-    return true;
+    const auto step = [this, offset, bytes](unsigned char * at, uint32_t count)
+    { return FilePlatform::ReadAt(handle, at, count, static_cast<int64_t>(offset + (at - bytes))); };
+    return FilePlatform::MoveAll(bytes, length, step) == length;
 }
 
 bool FileSubArchive::WriteAt(uint64_t offset, const void * data, uint32_t length) const
 {
     return FilePlatform::Seek(handle, static_cast<int64_t>(offset), SEEK_SET) ==
                static_cast<int64_t>(offset) &&
-           WriteAll(handle, data, length) == length;
+           FilePlatform::WriteAll(handle, data, length) == length;
 }
 
 bool FileSubArchive::WriteInfo() const
@@ -500,7 +483,8 @@ bool FileSubArchive::CopyData(int from, uint64_t offset, int to, uint32_t length
     {
         const uint32_t step = length - moved < copyBytes ? length - moved : copyBytes;
         const int got = FilePlatform::ReadAt(from, bytes, step, static_cast<int64_t>(offset + moved));
-        done = got > 0 && WriteAll(to, bytes, static_cast<uint32_t>(got)) == static_cast<uint32_t>(got);
+        done = got > 0 &&
+               FilePlatform::WriteAll(to, bytes, static_cast<uint32_t>(got)) == static_cast<uint32_t>(got);
         moved += done ? static_cast<uint32_t>(got) : 0;
     }
     if (bytes)
