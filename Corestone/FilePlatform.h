@@ -55,7 +55,7 @@ struct Status
 
 // Every name handed to these functions may use '\' or '/' as separators.
 int Open(const char * name, const OpenRequest & request);
-// Read and Write move at most maxTransfer bytes a call (the runtimes refuse counts past INT_MAX);
+// Read, Write and ReadAt move at most maxTransfer bytes a call (the runtimes refuse counts past INT_MAX);
 // callers loop.
 const uint32_t maxTransfer = 1u << 30;
 int Read(int handle, void * data, uint32_t count);

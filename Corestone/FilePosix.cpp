@@ -174,7 +174,7 @@ int ReadAt(int handle, void * data, uint32_t count, int64_t offset)
 {
     ssize_t done;
     do
-        done = pread(handle, data, count, static_cast<off_t>(offset));
+        done = pread(handle, data, count < maxTransfer ? count : maxTransfer, static_cast<off_t>(offset));
     while (done < 0 && errno == EINTR);
     return static_cast<int>(done);
 }

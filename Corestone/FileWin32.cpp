@@ -92,7 +92,7 @@ int ReadAt(int handle, void * data, uint32_t count, int64_t offset)
     at.Offset = static_cast<DWORD>(offset);
     at.OffsetHigh = static_cast<DWORD>(static_cast<uint64_t>(offset) >> 32);
     DWORD done = 0;
-    if (!ReadFile(file, data, count, &done, &at))
+    if (!ReadFile(file, data, count < maxTransfer ? count : maxTransfer, &done, &at))
         return GetLastError() == ERROR_HANDLE_EOF ? 0 : -1;
     return static_cast<int>(done);
 }
