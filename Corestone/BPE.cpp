@@ -309,15 +309,18 @@ enum : unsigned char
     ACTIVE
 };
 
+void MakeLiteral(DecoderTable & table, unsigned c)
+{
+    table.left[c] = static_cast<unsigned char>(c);
+    table.state[c] = RESOLVED;
+    table.length[c] = 1;
+    table.text[c][0] = static_cast<unsigned char>(c);
+}
+
 void ResetTable(DecoderTable & table)
 {
     for (unsigned c = 0; c < 256; ++c)
-    {
-        table.left[c] = static_cast<unsigned char>(c);
-        table.state[c] = RESOLVED;
-        table.length[c] = 1;
-        table.text[c][0] = static_cast<unsigned char>(c);
-    }
+        MakeLiteral(table, c);
     table.pairCount = 0;
 }
 
@@ -325,13 +328,7 @@ void ResetTable(DecoderTable & table)
 void ClearPairs(DecoderTable & table)
 {
     for (unsigned i = 0; i < table.pairCount; ++i)
-    {
-        const unsigned c = table.pairs[i];
-        table.left[c] = static_cast<unsigned char>(c);
-        table.state[c] = RESOLVED;
-        table.length[c] = 1;
-        table.text[c][0] = static_cast<unsigned char>(c);
-    }
+        MakeLiteral(table, table.pairs[i]);
     table.pairCount = 0;
 }
 

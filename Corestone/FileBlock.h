@@ -9,6 +9,9 @@
 
 namespace Kiv
 {
+// The bytes from the file's position to its end; none for a closed file.
+unsigned long RestOf(File & file);
+
 // Reads up to `bytes` from the file's position. The block has one spare byte after the `got`
 // bytes for a terminator; null when nothing came or memory ran out.
 unsigned char * ReadFileBlock(File & file, uint32_t bytes, uint32_t & got);

@@ -180,17 +180,11 @@ KIRFFile::Result KIRFFile::ReadPadded(String & text)
     return ReadPaddedText(text);
 }
 
-unsigned long KIRFFile::Rest()
-{
-    const unsigned long end = Size();
-    return Tell() < end ? end - Tell() : 0;
-}
-
 // Moves forward, never past the end: a length that lies about the payload must not seek the
 // file out of its range.
 void KIRFFile::Skip(uint32_t bytes)
 {
-    const unsigned long rest = Rest();
+    const unsigned long rest = RestOf(*this);
     unsigned long step = bytes < rest ? bytes : rest;
     while (step != 0)
     {

@@ -33,16 +33,6 @@ unsigned char * NewBlock(size_t bytes)
                              : nullptr;
 }
 
-// The bytes from the file's position to its end; none for a closed file.
-unsigned long RestOf(File & file)
-{
-    if (!file.IsOpen())
-        return 0;
-    const unsigned long position = file.Tell();
-    const unsigned long end = file.Size();
-    return position < end ? end - position : 0;
-}
-
 // The unit count up to and including the next line feed, or all that remain.
 size_t LineUnits(const unsigned char * units, size_t count)
 {
@@ -52,6 +42,15 @@ size_t LineUnits(const unsigned char * units, size_t count)
     return count;
 }
 } // namespace
+
+unsigned long RestOf(File & file)
+{
+    if (!file.IsOpen())
+        return 0;
+    const unsigned long position = file.Tell();
+    const unsigned long end = file.Size();
+    return position < end ? end - position : 0;
+}
 
 unsigned char * ReadFileBlock(File & file, uint32_t bytes, uint32_t & got)
 {

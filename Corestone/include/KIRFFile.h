@@ -57,7 +57,6 @@ private:
     template <class Text>
     Result ReadPaddedText(Text & text);
     void Skip(uint32_t bytes);
-    unsigned long Rest();
 };
 
 // Writes a placeholder length and, when it ends, the count of bytes written after it. Ends
