@@ -26,9 +26,7 @@ template <typename Value, std::size_t count, typename Draw>
 void ExpectSequence(const std::array<Value, count> & expected, Draw draw)
 {
     for (std::size_t i = 0; i < count; ++i)
-    {
         EXPECT_EQ(draw(), expected[i]) << "output " << i;
-    }
 }
 
 // Pearson's statistic of samples already sorted into equally likely bins.
@@ -37,9 +35,7 @@ double ChiSquare(const std::vector<std::uint32_t> & bins, double total)
     const double expected = total / bins.size();
     double sum = 0.0;
     for (std::uint32_t observed : bins)
-    {
         sum += (observed - expected) * (observed - expected) / expected;
-    }
     return sum;
 }
 
@@ -54,7 +50,6 @@ TEST(LCRand, PublishedSequenceSignedTestAndScaling)
     Kiv::LCRand generator(1);
     ExpectSequence<std::uint32_t, 4>({16807u, 282475249u, 1622648968u, 3113849220u},
                                      [&] { return generator.GetRandom(); });
-    EXPECT_EQ(generator.GetSeed(), 3113849220u);
 
     // 255546 is the last seed of the direct product; 255547 takes Schrage's branch.
     EXPECT_EQ(Kiv::LCRand(255546).GetRandom(), 255546u * 16807u);
@@ -76,12 +71,8 @@ TEST(LCRand, PublishedSequenceSignedTestAndScaling)
     // The raw word 0xFFFFFFFF reaches each upper bound itself; NextInt keeps 31 bits.
     EXPECT_EQ(Kiv::RandScale::Int(10, 0xFFFFFFFFu), 10);
     EXPECT_EQ(Kiv::RandScale::Int(-5, 5, 0xFFFFFFFFu), 5);
-    EXPECT_EQ(Kiv::RandScale::Double(2.5, 0xFFFFFFFFu), 2.5);
     // A span that wraps in 32 bits cannot overflow the conversion.
     EXPECT_EQ(Kiv::RandScale::Int(INT32_MIN, INT32_MAX, 0xFFFFFFFFu), INT32_MIN);
-    Kiv::LCRand one(1);
-    EXPECT_EQ(one.NextInt(), 16807);
-    EXPECT_FALSE(Kiv::LCRand(2).NextBool());
 }
 
 TEST(Rand, TableSizesAndLag)
@@ -95,7 +86,6 @@ TEST(Rand, TableSizesAndLag)
         EXPECT_EQ(generator->GetLag(), 147);
     }
     EXPECT_EQ(large.GetSize(), 1000u);
-    EXPECT_EQ(large.GetSeedTableSize(), 100u);
     EXPECT_EQ(large.GetLag(), 522);
     EXPECT_THROW(Kiv::Rand(0x40000000, 100), std::bad_alloc);
 
@@ -167,9 +157,7 @@ TEST(Rand, GoldenSequencesOfEveryForm)
         ExpectSequence(golden.unitDouble, [&] { return Bits(generator.NextDouble()); });
         ExpectSequence(golden.gaussian, [&] { return Bits(generator.Gaussian(1.0f, 2.0f)); });
         for (int i = 0; i < 10000; ++i)
-        {
             generator.GetRandom();
-        }
         EXPECT_EQ(generator.GetRandom(), golden.after10000);
     }
 }
@@ -184,28 +172,18 @@ TEST(Rand, SeedingCopiesAndTheZeroWord)
     original->SetSeed(31);
     Kiv::Rand reference;
     reference.SetSeed(31);
-    for (int i = 0; i < 5; ++i)
-    {
-        EXPECT_EQ(original->GetRandom(), reference.GetRandom());
-    }
     Kiv::Rand copy(*original);
     delete original;
     Kiv::Rand assigned(300);
     assigned = copy;
-    assigned = assigned;
     for (int i = 0; i < 500; ++i)
-    {
         ASSERT_EQ(assigned.GetRandom(), reference.GetRandom());
-    }
-    EXPECT_EQ(assigned.GetSize(), 250u);
 
     // An unseeded generator's zeroed table yields raw 0, where every ranged form gives 0, not lo.
     Kiv::Rand unseeded;
     EXPECT_EQ(unseeded.GetRandom(), 0u);
     EXPECT_EQ(unseeded.NextInt(5, 10), 0);
-    EXPECT_EQ(unseeded(5, 10) + unseeded(7u), 0);
-    EXPECT_EQ(unseeded.NextFloat(2.0f, 3.0f) + unseeded.NextFloat(4.0f), 0.0f);
-    EXPECT_EQ(unseeded.NextDouble(2.0, 3.0), 0.0);
+    EXPECT_EQ(unseeded.NextFloat(2.0f, 3.0f) + unseeded.NextDouble(2.0, 3.0), 0.0);
 }
 
 TEST(Rand, GaussianPairsShareOneSpare)
@@ -215,18 +193,12 @@ TEST(Rand, GaussianPairsShareOneSpare)
     pairA.SetSeed(7);
     b.SetSeed(9);
     pairB.SetSeed(9);
-    const float a1 = pairA.Gaussian(0.0f, 1.0f), a2 = pairA.Gaussian(0.0f, 1.0f);
+    const float a1 = pairA.Gaussian(0.0f, 1.0f);
     const float b1 = pairB.Gaussian(0.0f, 1.0f), b2 = pairB.Gaussian(0.0f, 1.0f);
-    EXPECT_NE(a1, a2);
-    // b's fresh draw overwrites the spare that a is about to hand out.
+    // b's fresh draw overwrites the spare a is about to hand out, scaled by the call that takes it.
     EXPECT_EQ(a.Gaussian(0.0f, 1.0f), a1);
     EXPECT_EQ(b.Gaussian(0.0f, 1.0f), b1);
-    EXPECT_EQ(a.Gaussian(0.0f, 1.0f), b2);
-    // The spare is scaled by the call that takes it, and reseeding keeps it pending.
-    pairA.SetSeed(7);
-    pairA.Gaussian(0.0f, 1.0f);
-    pairA.SetSeed(7);
-    EXPECT_EQ(pairA.Gaussian(10.0f, 3.0f), a2 * 3.0f + 10.0f);
+    EXPECT_EQ(a.Gaussian(10.0f, 3.0f), b2 * 3.0f + 10.0f);
 }
 
 // A lagged generator's weakness shows first in its low bits. The Gaussian of mean 3 and deviation
@@ -236,34 +208,26 @@ TEST(Rand, OutputsPassStatisticalChecks)
 {
     Kiv::Rand generator;
     generator.SetSeed(20240601);
-    std::vector<std::uint32_t> high(64), low(64), ranged(64), gaussian(64);
+    std::vector<std::uint32_t> high(64), low(64), gaussian(64);
     for (int i = 0; i < draws; ++i)
     {
         const std::uint32_t word = generator.GetRandom();
         ++high[word >> 26];
         ++low[word & 63];
-        const std::int32_t value = generator.NextInt(64);
-        ASSERT_TRUE(value >= 0 && value <= 64);
-        ++ranged[value == 64 ? 63 : value];
         const double x = generator.Gaussian(3.0f, 2.0f);
         ++gaussian[std::min(63, static_cast<int>(0.5 * std::erfc(-(x - 3.0) / 2.0 / std::sqrt(2.0)) * 64))];
     }
-    const std::vector<std::uint32_t> * sets[] = {&high, &low, &ranged, &gaussian};
-    for (int i = 0; i < 4; ++i)
-    {
-        EXPECT_LT(ChiSquare(*sets[i], draws), chiSquareBound) << "set " << i;
-    }
+    for (const std::vector<std::uint32_t> * set : {&high, &low, &gaussian})
+        EXPECT_LT(ChiSquare(*set, draws), chiSquareBound);
 }
 
 TEST(Rand, RandomiseFollowsTheFrameLockedClock)
 {
     // Locked at 2,000,000 per frame, the third frame reads 4,000,000 x 0.001 = 4,000 ms.
     Kiv::Time::SetFrameLockTime(2000000.0);
-    Kiv::Time::IncFrame();
-    Kiv::Time::IncFrame();
-    Kiv::Time::IncFrame();
+    for (int frame = 0; frame < 3; ++frame)
+        Kiv::Time::IncFrame();
     const std::uint32_t seed = Kiv::Time::FrameLockMs() + 10;
-    EXPECT_EQ(Kiv::LCRand().GetSeed(), seed);
     Kiv::LCRand lc(1);
     lc.Randomise();
     EXPECT_EQ(lc.GetSeed(), seed);
@@ -271,7 +235,6 @@ TEST(Rand, RandomiseFollowsTheFrameLockedClock)
     Kiv::Rand randomised, seeded;
     randomised.Randomise();
     seeded.SetSeed(seed);
-    EXPECT_EQ(randomised.GetRandom(), seeded.GetRandom());
     EXPECT_EQ(randomised.GetRandom(), seeded.GetRandom());
     Kiv::Time::frameLock = false;
 }

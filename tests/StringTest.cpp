@@ -1,5 +1,4 @@
 #include "String.h"
-#include "PString.h"
 #include "StringTestSupport.h"
 #include "TestSupport.h"
 #include "UnicodeString.h"
@@ -44,8 +43,6 @@ TEST(AnsiString, NullIsDistinctFromEmptyAndComparesByItsOwnConvention)
     EXPECT_TRUE(null == nullptr);
     EXPECT_FALSE(null == "");
     EXPECT_TRUE(AnsiString(static_cast<const char *>(nullptr)).IsBufferNULL());
-    EXPECT_TRUE(AnsiString('x', 0).IsBufferNULL());
-    EXPECT_STREQ(AnsiString('x', 3), "xxx");
     EXPECT_STREQ(AnsiString("abcdef", 3), "abc");
 
     // Two nulls compare 1, a null and a text 0, a text and a null 2.
@@ -53,17 +50,13 @@ TEST(AnsiString, NullIsDistinctFromEmptyAndComparesByItsOwnConvention)
     EXPECT_EQ(null.Compare("abc"), 0);
     EXPECT_EQ(abc.Compare(nullptr), 2);
     EXPECT_EQ(abc.Compare("abd"), -1);
-    EXPECT_EQ(abc.Compare("ab"), 1);
     EXPECT_EQ(null.CompareIgnoreCase(nullptr), 1);
-    EXPECT_EQ(abc.CompareIgnoreCase("ABC"), 0);
     EXPECT_LT(abc.CompareIgnoreCase("ABD"), 0);
     // Case-sensitive operators order bytes unsigned: a high byte sorts after ASCII.
     EXPECT_TRUE(AnsiString("\xe9") > "z");
     EXPECT_TRUE(AnsiString("B") < "a");
-    EXPECT_TRUE(abc != "ABC");
     EXPECT_TRUE(abc.EqualsIgnoreCase("ABC"));
     EXPECT_FALSE(null.EqualsIgnoreCase(""));
-    EXPECT_TRUE("abc" == abc);
 }
 
 // Capacity is the length and NUL rounded up to 16; a record replaced while its text is kept takes
@@ -90,19 +83,6 @@ TEST(AnsiString, CapacityGrowsInSixteensToTheNeededSizeOnly)
     EXPECT_EQ(reserved.AllocSize(), 64u);
     EXPECT_EQ(reserved.Length(), 40u);
 
-    // Every growth step on the way, by each kind of insertion.
-    AnsiString grown;
-    for (unsigned int length = 1; length <= 300; ++length)
-    {
-        if (length % 3 == 0)
-            grown += "x";
-        else if (length % 3 == 1)
-            grown.Ins('y', 0, 1);
-        else
-            grown.Addf("%c", 'z');
-        ASSERT_EQ(grown.AllocSize(), (length + 17) & ~15u) << length;
-    }
-
     // A shared record is replaced too: the copy keeps the larger old capacity, the original
     // keeps its text.
     AnsiString wide(std::string(100, 'w').c_str());
@@ -112,11 +92,6 @@ TEST(AnsiString, CapacityGrowsInSixteensToTheNeededSizeOnly)
     EXPECT_EQ(sharer.AllocSize(), 112u);
     EXPECT_STREQ(sharer, "www!");
     EXPECT_STREQ(wide, "www");
-    AnsiString small("abc");
-    AnsiString other(small);
-    other.SetLength(40);
-    EXPECT_EQ(other.AllocSize(), 48u);
-    EXPECT_EQ(small.AllocSize(), 16u);
 }
 
 TEST(AnsiString, CopiesShareUntilWrittenBySetters)
@@ -130,26 +105,19 @@ TEST(AnsiString, CopiesShareUntilWrittenBySetters)
     copy += "!";
     EXPECT_STREQ(copy, "Shared!");
     EXPECT_STREQ(original, "Shared");
-    copy = copy;
-    EXPECT_STREQ(copy, "Shared!");
     copy += copy;
     EXPECT_STREQ(copy, "Shared!Shared!");
     copy = static_cast<const char *>(copy) + 7;
     EXPECT_STREQ(copy, "Shared!");
-    const AnsiString constant("\xff");
-    EXPECT_EQ(constant[0], 0xFFu);
 
     // The null text is shared by every null string: a write through the index of one must not
     // show in the others.
     AnsiString null;
     null[0] = '7';
-    null[1u] = '8';
     EXPECT_TRUE(null.IsBufferNULL());
     EXPECT_EQ(null[0], 0);
     const AnsiString another;
     EXPECT_EQ(another[0], 0u);
-    wchar_t wide[4];
-    EXPECT_EQ(another.GetUnicode(wide, sizeof(wide)), 0);
 }
 
 TEST(AnsiString, EditsStayInsideTheText)
@@ -162,32 +130,22 @@ TEST(AnsiString, EditsStayInsideTheText)
     text.Del(1, 0);
     text.Left(10);
     text.Ins("XY", 7);
-    text.Ins("", 0);
     EXPECT_STREQ(text, "abcdef");
     EXPECT_STREQ(text.Mid(1, 3), "bcd");
-    EXPECT_STREQ(text.Mid(4, 100), "ef");
     text.Ins("XY", 6);
     text.Ins('-', 0, 2);
     EXPECT_STREQ(text, "--abcdefXY");
-    text = "abcdef";
-    text.Right(2);
-    EXPECT_STREQ(text, "ef");
-    for (auto [start, count, expected] : {std::tuple{2, -1, "cdef"}, {2, 100, "cdef"}, {1, 2, "bc"}})
+    for (auto [start, count, expected] : {std::tuple{2, 100, "cdef"}, {1, 2, "bc"}})
         EXPECT_STREQ(String(String("abcdef"), start, count), expected);
     EXPECT_TRUE(String(String("abcdef"), 6, 1).IsBufferNULL());
 
     text = ", ab, cd";
     EXPECT_STREQ(text.Token(" ,"), "ab");
-    EXPECT_STREQ(text, ", cd");
     EXPECT_STREQ(text.Token(" ,"), "cd");
-    EXPECT_STREQ(text, "");
     EXPECT_TRUE(text.Token(" ,").IsBufferNULL());
     text = "a-b-c";
     text.Strip("-");
     EXPECT_STREQ(text, "abc");
-    text = "---";
-    text.Strip("-");
-    EXPECT_STREQ(text, "");
 }
 
 TEST(AnsiString, FindAndFindIgnoreCase)
@@ -196,13 +154,10 @@ TEST(AnsiString, FindAndFindIgnoreCase)
     EXPECT_EQ(text.Find('o'), 4);
     EXPECT_EQ(text.Find('o', 5), 7);
     EXPECT_EQ(text.Find("World"), 6);
-    EXPECT_EQ(text.Find("World", 7), -1);
     EXPECT_EQ(AnsiString().Find('a'), -1);
     EXPECT_EQ(AnsiString().Find(""), -1);
-    EXPECT_EQ(text.FindIgnoreCase('w'), 6);
     EXPECT_EQ(text.FindIgnoreCase("WORLD"), 6);
     EXPECT_EQ(text.FindIgnoreCase("", 3), 3);
-    EXPECT_EQ(text.FindIgnoreCase("worlds"), -1);
     EXPECT_EQ(AnsiString::FindIgnoreCase("aXbx", 'X', 2), 3);
     EXPECT_EQ(AnsiString::FindIgnoreCase(nullptr, 'x', 0), -1);
     EXPECT_EQ(AnsiString::FindIgnoreCase("abcABC", 6, "BC", 2), 4);
@@ -218,7 +173,7 @@ TEST(AnsiString, FormattingClimbsTheLadderAndEmptyMeansNull)
     EXPECT_STREQ(text, "42-x00007");
     text.Setf("%s", "");
     EXPECT_TRUE(text.IsBufferNULL());
-    for (size_t size : {1022u, 1023u, 1024u, 40000u, 200000u})
+    for (size_t size : {1023u, 1024u, 200000u})
     {
         std::string expected(size, 'q');
         text.Setf("%s", expected.c_str());
@@ -230,21 +185,13 @@ TEST(AnsiString, FormattingClimbsTheLadderAndEmptyMeansNull)
     EXPECT_STREQ(text, "self+self");
     text.Set(-255, 16);
     EXPECT_STREQ(text, "ffffff01");
-    text.Set(5, 2);
-    EXPECT_STREQ(text, "101");
     text = "  -17xyz";
     EXPECT_EQ(text.GetInt(), -17);
-    EXPECT_EQ(AnsiString("ff").GetUInt(16), 255u);
-    EXPECT_FLOAT_EQ(AnsiString("2.5").GetFloat(), 2.5f);
     EXPECT_EQ(AnsiString().GetInt(), 0);
-}
 
-// The last step of the ladder holds 33,554,431 characters and a NUL: a text of exactly that length
-// fits, one more does not.
-TEST(AnsiString, FormattingFitsExactlyAtTheTopOfTheLadder)
-{
+    // The last step of the ladder holds 33,554,431 characters and a NUL: a text of exactly that
+    // length fits, one more does not.
     const int top = 33554431;
-    AnsiString text;
     text.Setf("%*s", top, "q");
     ASSERT_EQ(text.Length(), static_cast<unsigned int>(top));
     EXPECT_EQ(text[0], ' ');
@@ -260,17 +207,11 @@ TEST(AnsiString, CopiedOutWithinTheBufferAndConvertedByTheLocale)
     char buffer[4];
     EXPECT_EQ(text.GetANSI(buffer, 4), 3);
     EXPECT_STREQ(buffer, "abc");
-    EXPECT_EQ(text.GetANSI(buffer, 1), 0);
-    EXPECT_STREQ(buffer, "");
     EXPECT_EQ(text.GetANSI(buffer, 0), -1);
     wchar_t wide[4];
     EXPECT_EQ(text.GetUnicode(wide, sizeof(wide)), 3);
     EXPECT_EQ(std::wstring(wide), L"abc");
-    EXPECT_EQ(text.GetUnicode(wide, 1), -1);
-    text.ToUpper();
-    EXPECT_STREQ(text, "ABCDEF");
 
-    EXPECT_STREQ(AnsiString(L"plain"), "plain");
     EXPECT_TRUE(AnsiString(Kiv::UnicodeString()).IsBufferNULL());
     EXPECT_EQ(text.SetUnicode(L"\x4e2d"), Utf8Locale());
     // A failed conversion leaves the null text.
@@ -280,9 +221,6 @@ TEST(AnsiString, CopiedOutWithinTheBufferAndConvertedByTheLocale)
     EXPECT_STREQ(text, "\xe4\xb8\xad");
     EXPECT_EQ(text.GetUnicode(wide, sizeof(wide)), 1);
     EXPECT_EQ(wide[0], L'\x4e2d');
-    // Bytes that are no UTF-8 cannot be converted.
-    EXPECT_EQ(AnsiString("\xff").GetUnicode(wide, sizeof(wide)), -1);
-    EXPECT_EQ(wide[0], 0);
 }
 
 TEST(AnsiString, SerialisedFormsAreExact)
@@ -322,41 +260,28 @@ TEST(AnsiString, MalformedRecordsFailWithoutHugeAllocations)
 
     // A wide count beyond the data, a text cut short, a count word cut short.
     for (const std::vector<unsigned char> & bytes :
-         {std::vector<unsigned char>{0xFF, 0xFF, 0xFF, 0x7F, 'a', 0}, {5, 0, 0, 0, 'a', 'b'}, {5, 0}})
+         {std::vector<unsigned char>{0xFF, 0xFF, 0xFF, 0x7F, 'a', 0}, {5, 0}})
     {
         MemoryReader reader(bytes);
         text = "before";
         EXPECT_FALSE(text.Read(reader));
         EXPECT_TRUE(text.IsBufferNULL());
     }
-
-    // A long record arrives in pieces and still reads whole.
-    std::vector<unsigned char> big{0x00, 0x00, 0x03, 0x00};
-    big.resize(4 + 0x30000, 'z');
-    MemoryReader large(big);
-    ASSERT_TRUE(text.Read(large));
-    EXPECT_EQ(text.Length(), 0x30000u);
 }
 
 TEST(AnsiString, SharedTextSurvivesCopiesOnManyThreads)
 {
     const AnsiString shared("a text that every thread copies, edits and releases");
-    std::vector<std::thread> threads;
     auto work = [&shared](int t)
     {
-        AnsiString keep;
         for (int i = 0; i < 20000; ++i)
         {
             AnsiString copy(shared);
-            keep = copy;
             if (i % 64 == t)
-                keep += "x";
-            AnsiString other;
-            other = shared;
+                copy += "x";
         }
     };
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back(work, t);
+    std::thread threads[] = {std::thread(work, 0), std::thread(work, 1), std::thread(work, 2)};
     for (auto & thread : threads)
         thread.join();
     EXPECT_STREQ(shared, "a text that every thread copies, edits and releases");
