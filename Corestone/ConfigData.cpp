@@ -191,19 +191,14 @@ void ConfigData::DeleteChildren()
         return;
     while (!pending->IsEmpty())
     {
-        int top = pending->GetCount() - 1;
-        ConfigData * node = *pending->Get(top);
+        ConfigData * node = *pending->Last();
         NodeList * below = node->children;
-        if (below != nullptr && !below->IsEmpty())
+        if (below != nullptr && !below->IsEmpty() && pending->Add(*below->Last()))
         {
-            int last = below->GetCount() - 1;
-            if (pending->Add(*below->Get(last)))
-            {
-                below->Remove(last);
-                continue;
-            }
+            below->RemoveLast();
+            continue;
         }
-        pending->Remove(top);
+        pending->RemoveLast();
         delete node;
     }
     delete pending;
