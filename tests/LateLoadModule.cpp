@@ -1,7 +1,8 @@
 // A module that uses the library's per-thread state (lock owners, mutex owners) on two threads,
-// its pooled names, an option set and the log; LateLoader loads it, and with it the library,
-// through dlopen, and unloads it again.
+// its pooled names, a configuration tree, an option set and the log; LateLoader loads it, and with it the
+// library, through dlopen, and unloads it again.
 #include "Alloc.h"
+#include "ConfigParser.h"
 #include "Log.h"
 #include "Options.h"
 #include "PString.h"
@@ -56,6 +57,11 @@ extern "C" MODULE_EXPORT int ExerciseCorestone(const char * logFile)
     Kiv::LogClient * client = Kiv::Log::GetClient("late");
     failures += client->IsOn(Kiv::LogClient::LEVEL_DIAG) ? 0 : 1;
     client->Print(Kiv::LogClient::LEVEL_DIAG, "pooled %s", static_cast<const char *>(Kiv::PString("Entry")));
+    char text[] = "version 1.00\r\nblock { value = 1, 2; }\r\n";
+    Kiv::ConfigParser parser;
+    failures += parser.Parse("late", text, sizeof text - 1) == Kiv::ConfigParser::RES_OK ? 0 : 1;
+    const Kiv::ConfigParser & reader = parser;
+    failures += reader.GetConfig()->GetChildCount() == 1 ? 0 : 1;
     // A name released after unload must not touch the freed cache: this one stays to the end.
     static Kiv::PString kept("kept until unload");
     return failures;
