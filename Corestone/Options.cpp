@@ -103,18 +103,50 @@ bool ReadBool(const char * text, bool fallback)
     return !fallback;
 }
 
-// Components separated by ","; a missing or blank one keeps what it held.
-void ReadComponents(const char * text, float * components, int count)
+float ReadFloat(const char * text)
 {
-    for (int i = 0; i < count && *text != 0; ++i)
+    return static_cast<float>(std::atof(text));
+}
+
+// Components separated by ","; a missing or blank one keeps what it held.
+template <typename T, size_t N>
+void ReadComponents(const char * text, T (&components)[N], T (*read)(const char *))
+{
+    for (size_t i = 0; i < N && *text != 0; ++i)
     {
         const char * end = std::strchr(text, ',');
-        if (*SkipBlanks(text) != ',' && *SkipBlanks(text) != 0)
-            components[i] = static_cast<float>(std::atof(text));
+        const char first = *SkipBlanks(text);
+        if (first != ',' && first != 0)
+            components[i] = read(text);
         if (end == nullptr)
             break;
         text = end + 1;
     }
+}
+
+// The element at the cursor, up to the first separator, its trailing blanks cut; the cursor then
+// passes the blanks and separators after it. False for an element of no characters.
+bool SplitNext(const char * value, unsigned int length, const char * separators, int & cursor,
+               String & element)
+{
+    const char * start = value + (static_cast<unsigned int>(cursor) < length ? cursor : length);
+    const size_t span = std::strcspn(start, separators);
+    if (span == 0)
+        return false;
+    size_t kept = span;
+    while (kept > 0 && IsBlank(start[kept - 1]))
+        --kept;
+    element = String(start, static_cast<unsigned int>(kept));
+    const char * rest = start + span;
+    while (*rest != 0 && (IsBlank(*rest) || std::strchr(separators, *rest) != nullptr))
+        ++rest;
+    cursor = static_cast<int>(rest - value);
+    return true;
+}
+
+const char * TextOf(const String & text)
+{
+    return text != nullptr ? static_cast<const char *>(text) : "";
 }
 
 void Convert(const char * text, String & value)
@@ -143,11 +175,49 @@ void Convert(const char * text, unsigned long & value)
 }
 void Convert(const char * text, float & value)
 {
-    value = static_cast<float>(std::atof(text));
+    value = ReadFloat(text);
+}
+void Convert(const char * text, Vector2 & value)
+{
+    float c[] = {value.x, value.y};
+    ReadComponents(text, c, ReadFloat);
+    value = Vector2(c[0], c[1]);
 }
 void Convert(const char * text, Vector3 & value)
 {
-    ReadComponents(text, &value.x, 3);
+    float c[] = {value.x, value.y, value.z};
+    ReadComponents(text, c, ReadFloat);
+    value = Vector3(c[0], c[1], c[2]);
+}
+void Convert(const char * text, Vector4 & value)
+{
+    float c[] = {value.x, value.y, value.z, value.w};
+    ReadComponents(text, c, ReadFloat);
+    value = Vector4(c[0], c[1], c[2], c[3]);
+}
+void Convert(const char * text, Quaternion & value)
+{
+    float c[] = {value.x, value.y, value.z, value.w};
+    ReadComponents(text, c, ReadFloat);
+    value = Quaternion(c[0], c[1], c[2], c[3]);
+}
+void Convert(const char * text, Color & value)
+{
+    float c[] = {value.r, value.g, value.b, value.a};
+    ReadComponents(text, c, ReadFloat);
+    value = Color(c[0], c[1], c[2], c[3]);
+}
+void Convert(const char * text, Range<int> & value)
+{
+    int c[] = {value.low, value.high};
+    ReadComponents(text, c, ReadInt);
+    value = Range<int>(c[0], c[1]);
+}
+void Convert(const char * text, Range<float> & value)
+{
+    float c[] = {value.low, value.high};
+    ReadComponents(text, c, ReadFloat);
+    value = Range<float>(c[0], c[1]);
 }
 
 template <typename T>
@@ -396,8 +466,7 @@ const char * Options::Value(const char * name) const
     const Option * option = Find(name);
     if (option == nullptr)
         return nullptr;
-    const char * value = option->value;
-    return value != nullptr ? value : "";
+    return TextOf(option->value);
 }
 
 bool Options::Get(const char * name) const
@@ -457,9 +526,52 @@ bool Options::Get(const char * name, float & value, float fallback) const
     return GetValue(Value(name), value, fallback);
 }
 
+bool Options::Get(const char * name, Vector2 & value, const Vector2 & fallback) const
+{
+    return GetValue(Value(name), value, fallback);
+}
+
 bool Options::Get(const char * name, Vector3 & value, const Vector3 & fallback) const
 {
     return GetValue(Value(name), value, fallback);
+}
+
+bool Options::Get(const char * name, Vector4 & value, const Vector4 & fallback) const
+{
+    return GetValue(Value(name), value, fallback);
+}
+
+bool Options::Get(const char * name, Quaternion & value, const Quaternion & fallback) const
+{
+    return GetValue(Value(name), value, fallback);
+}
+
+bool Options::Get(const char * name, Color & value, const Color & fallback) const
+{
+    return GetValue(Value(name), value, fallback);
+}
+
+bool Options::Get(const char * name, Range<int> & value) const
+{
+    return GetValue(Value(name), value, value);
+}
+
+bool Options::Get(const char * name, Range<float> & value) const
+{
+    return GetValue(Value(name), value, value);
+}
+
+bool Options::Get(const char * name, DynamicArray<String, 41> & values, const char * separators) const
+{
+    const Option * option = Find(name);
+    if (option == nullptr)
+        return false;
+    values.RemoveAll();
+    int cursor = 0;
+    for (String element; SplitNext(TextOf(option->value), option->value.Length(),
+                                   separators != nullptr ? separators : "", cursor, element);)
+        values.Add(element);
+    return true;
 }
 
 void Options::SetSeparators(const char * name, const char * separators)
@@ -475,26 +587,9 @@ void Options::SetSeparators(const char * name, const char * separators)
 bool Options::NextElement(const char * name, String & element)
 {
     Option * option = Find(name);
-    if (option == nullptr || option->cursor < 0)
-        return false;
-    const char * value = option->value != nullptr ? static_cast<const char *>(option->value) : "";
-    const char * separators =
-        option->separators != nullptr ? static_cast<const char *>(option->separators) : "";
-    const unsigned int length = option->value.Length();
-    const char * start =
-        value + (static_cast<unsigned int>(option->cursor) < length ? option->cursor : length);
-    const size_t span = std::strcspn(start, separators);
-    if (span == 0)
-        return false;
-    size_t kept = span;
-    while (kept > 0 && IsBlank(start[kept - 1]))
-        --kept;
-    element = String(start, static_cast<unsigned int>(kept));
-    const char * rest = start + span;
-    while (*rest != 0 && (IsBlank(*rest) || std::strchr(separators, *rest) != nullptr))
-        ++rest;
-    option->cursor = static_cast<int>(rest - value);
-    return true;
+    return option != nullptr && option->cursor >= 0 &&
+           SplitNext(TextOf(option->value), option->value.Length(), TextOf(option->separators),
+                     option->cursor, element);
 }
 
 bool Options::GetNext(const char * name, String & value)
@@ -551,7 +646,27 @@ bool Options::GetNext(const char * name, float & value)
     return NextAs(*this, name, value);
 }
 
+bool Options::GetNext(const char * name, Vector2 & value)
+{
+    return NextAs(*this, name, value);
+}
+
 bool Options::GetNext(const char * name, Vector3 & value)
+{
+    return NextAs(*this, name, value);
+}
+
+bool Options::GetNext(const char * name, Vector4 & value)
+{
+    return NextAs(*this, name, value);
+}
+
+bool Options::GetNext(const char * name, Quaternion & value)
+{
+    return NextAs(*this, name, value);
+}
+
+bool Options::GetNext(const char * name, Color & value)
 {
     return NextAs(*this, name, value);
 }
@@ -559,7 +674,6 @@ bool Options::GetNext(const char * name, Vector3 & value)
 void Options::Dump() const
 {
     for (const Option * option = first; option != nullptr; option = option->next)
-        std::printf("[%s] = [%s]\n", static_cast<const char *>(option->name),
-                    option->value != nullptr ? static_cast<const char *>(option->value) : "");
+        std::printf("[%s] = [%s]\n", TextOf(option->name), TextOf(option->value));
 }
 } // namespace Kiv
