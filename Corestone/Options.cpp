@@ -5,6 +5,7 @@
 #include "File.h"
 #include "MemoryFile.h"
 #include "OS.h"
+#include "TextOps.h"
 
 #include <cctype>
 #include <cstdio>
@@ -27,9 +28,10 @@ struct Options::Option
 
 namespace
 {
+// White space as the C locale has it, whatever the current one says.
 bool IsBlank(char c)
 {
-    return std::isspace(static_cast<unsigned char>(c)) != 0;
+    return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
 bool IsPrefix(char c)
@@ -37,9 +39,13 @@ bool IsPrefix(char c)
     return c == '/' || c == '-' || c == '+';
 }
 
+// Stored names and queries are lowered alike: ASCII here, other bytes by the current locale.
 char Lower(char c)
 {
-    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x80)
+        return static_cast<unsigned int>(byte - 'A') < 26u ? static_cast<char>(byte + 32) : c;
+    return static_cast<char>(std::tolower(byte));
 }
 
 const char * SkipBlanks(const char * text)
@@ -149,10 +155,6 @@ const char * TextOf(const String & text)
     return text != nullptr ? static_cast<const char *>(text) : "";
 }
 
-void Convert(const char * text, String & value)
-{
-    value = text;
-}
 void Convert(const char * text, PString & value)
 {
     value = text;
@@ -345,13 +347,16 @@ bool Options::Grow()
 
 Options::Option * Options::Add(const char * name, unsigned int length)
 {
-    if ((count + 1) * 2 > indexSize && !Grow())
+    TextOps::Scratch<char, 256> lowered;
+    char * text = lowered.Reserve(length);
+    if (text == nullptr || ((count + 1) * 2 > indexSize && !Grow()))
         return nullptr;
     Option * option = NewObject<Option>();
     if (option == nullptr)
         return nullptr;
-    option->name = String(name, length);
-    option->name.ToLower();
+    for (unsigned int i = 0; i < length; ++i)
+        text[i] = Lower(name[i]);
+    option->name = String(text, length);
     option->hash = NameHash(name, length);
     option->previous = last;
     (last != nullptr ? last->next : first) = option;
@@ -479,9 +484,13 @@ bool Options::Get(const char * name, PString & value) const
     return GetValue(Value(name), value, value);
 }
 
+// The stored text is shared, not copied.
 bool Options::Get(const char * name, String & value) const
 {
-    return GetValue(Value(name), value, value);
+    const Option * option = Find(name);
+    if (option != nullptr)
+        value = option->value;
+    return option != nullptr;
 }
 
 bool Options::Get(const char * name, PString & value, const PString & fallback) const
@@ -491,7 +500,9 @@ bool Options::Get(const char * name, PString & value, const PString & fallback) 
 
 bool Options::Get(const char * name, String & value, const String & fallback) const
 {
-    return GetValue(Value(name), value, fallback);
+    const Option * option = Find(name);
+    value = option != nullptr ? option->value : fallback;
+    return option != nullptr;
 }
 
 bool Options::Get(const char * name, bool & value, bool fallback) const
