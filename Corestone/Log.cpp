@@ -357,7 +357,7 @@ void Log::Init(Options * options)
         return;
     Options none;
     Options & settings = options != nullptr ? *options : none;
-    s.initialised = true;
+    __atomic_store_n(&s.initialised, true, __ATOMIC_RELAXED);
     SetStartTime(Time::GetSeconds());
     char banner[256];
     std::snprintf(banner, sizeof banner, "Kiv v%s Build %s.%s on %s at %s.\r\n\r\n",
@@ -421,7 +421,7 @@ void Log::Done()
     SingleLock hold(&s.lock, true);
     if (s.initialised)
         s.CloseFile("End.\r\n");
-    s.initialised = false;
+    __atomic_store_n(&s.initialised, false, __ATOMIC_RELAXED);
     s.started = false;
     s.flush = true;
     s.displayModuleName = true;
@@ -482,7 +482,7 @@ FILE * Log::GetLogToFile()
 
 bool Log::IsInitialised()
 {
-    return State().initialised;
+    return __atomic_load_n(&State().initialised, __ATOMIC_RELAXED);
 }
 
 double Log::GetStartTime()

@@ -77,9 +77,9 @@ bool ReadConfiguration(const Kiv::Options & options)
 int main(int argc, char ** argv)
 {
     // The host's own client is configured like any other, ahead of the command line.
-    Kiv::OS::SetCommandLine(argc, argv);
+    Kiv::OS::SetCmdLine(argc, argv);
     Kiv::String extra("+Log=HostDemo:Diag:mono=off ");
-    extra += Kiv::OS::GetCommandLine();
+    extra += Kiv::OS::GetCmdLine();
     Kiv::Options & options = Kiv::OS::InitOptions("HostDemo", extra);
     Kiv::Log::Init(&options);
     demo = Kiv::Log::GetClient("HostDemo");
