@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <map>
 #include <sstream>
@@ -195,10 +196,14 @@ TEST(Log, ConcurrentLinesStayWhole)
             settings += " +Log=Client" + std::to_string(c) + ":Diag:mono=off";
         OpenLog log(settings);
         std::vector<std::thread> threads;
+        std::atomic<int> ready{0};
         for (int t = 0; t < threadCount; ++t)
             threads.emplace_back(
-                [t]
+                [t, &ready]
                 {
+                    // All start together, so their lines meet in the file.
+                    for (ready.fetch_add(1); ready.load() < threadCount;)
+                        std::this_thread::yield();
                     LogClient * client = Log::GetClient(("Client" + std::to_string(t % clientCount)).c_str());
                     for (int i = 0; i < linesEach; ++i)
                         client->Print(LogClient::LEVEL_DIAG, "thread %d line %d %s", t, i,
