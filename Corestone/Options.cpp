@@ -115,15 +115,15 @@ float ReadFloat(const char * text)
 }
 
 // Components separated by ","; a missing or blank one keeps what it held.
-template <typename T, size_t N>
-void ReadComponents(const char * text, T (&components)[N], T (*read)(const char *))
+template <typename T, typename C, size_t N>
+void ReadFields(const char * text, T & value, C T::*const (&fields)[N], C (*read)(const char *))
 {
     for (size_t i = 0; i < N && *text != 0; ++i)
     {
         const char * end = std::strchr(text, ',');
         const char first = *SkipBlanks(text);
         if (first != ',' && first != 0)
-            components[i] = read(text);
+            value.*fields[i] = read(text);
         if (end == nullptr)
             break;
         text = end + 1;
@@ -181,45 +181,39 @@ void Convert(const char * text, float & value)
 }
 void Convert(const char * text, Vector2 & value)
 {
-    float c[] = {value.x, value.y};
-    ReadComponents(text, c, ReadFloat);
-    value = Vector2(c[0], c[1]);
+    static float Vector2::*const fields[] = {&Vector2::x, &Vector2::y};
+    ReadFields(text, value, fields, ReadFloat);
 }
 void Convert(const char * text, Vector3 & value)
 {
-    float c[] = {value.x, value.y, value.z};
-    ReadComponents(text, c, ReadFloat);
-    value = Vector3(c[0], c[1], c[2]);
+    static float Vector3::*const fields[] = {&Vector3::x, &Vector3::y, &Vector3::z};
+    ReadFields(text, value, fields, ReadFloat);
 }
 void Convert(const char * text, Vector4 & value)
 {
-    float c[] = {value.x, value.y, value.z, value.w};
-    ReadComponents(text, c, ReadFloat);
-    value = Vector4(c[0], c[1], c[2], c[3]);
+    static float Vector4::*const fields[] = {&Vector4::x, &Vector4::y, &Vector4::z, &Vector4::w};
+    ReadFields(text, value, fields, ReadFloat);
 }
 void Convert(const char * text, Quaternion & value)
 {
-    float c[] = {value.x, value.y, value.z, value.w};
-    ReadComponents(text, c, ReadFloat);
-    value = Quaternion(c[0], c[1], c[2], c[3]);
+    static float Quaternion::*const fields[] = {&Quaternion::x, &Quaternion::y, &Quaternion::z,
+                                                &Quaternion::w};
+    ReadFields(text, value, fields, ReadFloat);
 }
 void Convert(const char * text, Color & value)
 {
-    float c[] = {value.r, value.g, value.b, value.a};
-    ReadComponents(text, c, ReadFloat);
-    value = Color(c[0], c[1], c[2], c[3]);
+    static float Color::*const fields[] = {&Color::r, &Color::g, &Color::b, &Color::a};
+    ReadFields(text, value, fields, ReadFloat);
 }
 void Convert(const char * text, Range<int> & value)
 {
-    int c[] = {value.low, value.high};
-    ReadComponents(text, c, ReadInt);
-    value = Range<int>(c[0], c[1]);
+    static int Range<int>::*const fields[] = {&Range<int>::low, &Range<int>::high};
+    ReadFields(text, value, fields, ReadInt);
 }
 void Convert(const char * text, Range<float> & value)
 {
-    float c[] = {value.low, value.high};
-    ReadComponents(text, c, ReadFloat);
-    value = Range<float>(c[0], c[1]);
+    static float Range<float>::*const fields[] = {&Range<float>::low, &Range<float>::high};
+    ReadFields(text, value, fields, ReadFloat);
 }
 
 template <typename T>
@@ -240,8 +234,9 @@ bool GetValue(const char * text, T & value, const T & fallback)
 void MergeSource(Options & options, const char * directory, const String & name)
 {
     File::Path path(directory);
-    path.AddPath(name);
-    path.SetExt("txt");
+    String file(name);
+    file += ".txt";
+    path.AddPath(file);
     options.ProcessFile(path);
 }
 

@@ -27,7 +27,8 @@ Kiv::LogClient * OpenKivLog(const char * extra)
 {
     Kiv::Log::Done();
     Kiv::Options options;
-    options.ProcessRaw(("-LogFile='" + Scratch("kiv.txt") + "' -LogFlush- +Log=Bench:Diag:mono=off " + extra).c_str());
+    options.ProcessRaw(
+        ("-LogFile='" + Scratch("kiv.txt") + "' -LogFlush- +Log=Bench:Diag:mono=off " + extra).c_str());
     Kiv::Log::Init(&options);
     return Kiv::Log::GetClient("Bench");
 }
@@ -50,7 +51,8 @@ void SpdlogLines(benchmark::State & state)
     if (state.thread_index() == 0)
     {
         spdlog::drop_all();
-        logger = std::make_shared<spdlog::logger>("bench", std::make_shared<Sink>(Scratch("spdlog.txt"), true));
+        logger =
+            std::make_shared<spdlog::logger>("bench", std::make_shared<Sink>(Scratch("spdlog.txt"), true));
     }
     int i = 0;
     for (auto _ : state)
@@ -74,7 +76,8 @@ void KivFilteredOut(benchmark::State & state)
 
 void SpdlogFilteredOut(benchmark::State & state)
 {
-    spdlog::logger logger("filtered", std::make_shared<spdlog::sinks::basic_file_sink_st>(Scratch("spdlog.txt"), true));
+    spdlog::logger logger("filtered",
+                          std::make_shared<spdlog::sinks::basic_file_sink_st>(Scratch("spdlog.txt"), true));
     int i = 0;
     for (auto _ : state)
     {
@@ -88,7 +91,8 @@ const bool registered = []
     benchmark::RegisterBenchmark("Log/file-one-thread:Kiv", KivLines, "")->Iterations(linesPerRun);
     benchmark::RegisterBenchmark("Log/file-one-thread:spdlog", SpdlogLines<spdlog::sinks::basic_file_sink_st>)
         ->Iterations(linesPerRun);
-    benchmark::RegisterBenchmark("Log/file-one-thread-8-bit:Kiv", KivLines, "-LogAnsi")->Iterations(linesPerRun);
+    benchmark::RegisterBenchmark("Log/file-one-thread-8-bit:Kiv", KivLines, "-LogAnsi")
+        ->Iterations(linesPerRun);
     benchmark::RegisterBenchmark("Log/file-one-thread-8-bit:spdlog",
                                  SpdlogLines<spdlog::sinks::basic_file_sink_st>)
         ->Iterations(linesPerRun);
@@ -96,7 +100,8 @@ const bool registered = []
         ->Threads(2)
         ->UseRealTime()
         ->Iterations(linesPerRun / 2);
-    benchmark::RegisterBenchmark("Log/file-two-threads:spdlog", SpdlogLines<spdlog::sinks::basic_file_sink_mt>)
+    benchmark::RegisterBenchmark("Log/file-two-threads:spdlog",
+                                 SpdlogLines<spdlog::sinks::basic_file_sink_mt>)
         ->Threads(2)
         ->UseRealTime()
         ->Iterations(linesPerRun / 2);

@@ -41,7 +41,8 @@ Map NaiveParse(const std::string & text)
     for (std::string word; words >> word;)
     {
         const size_t equals = word.find('=');
-        options[Lower(word.substr(1, equals - 1))] = equals != std::string::npos ? word.substr(equals + 1) : "";
+        options[Lower(word.substr(1, equals - 1))] =
+            equals != std::string::npos ? word.substr(equals + 1) : "";
     }
     return options;
 }
