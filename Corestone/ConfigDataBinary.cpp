@@ -172,7 +172,7 @@ bool ConfigData::ReadBinNode(File & file, int depth)
 {
     PString readName;
     unsigned char code = 0;
-    if (depth >= maxDepth || !file.Read(readName) || !file.Read(code) || code > TYPE_STRINGARRAY)
+    if (depth >= maxDepth || !*this || !file.Read(readName) || !file.Read(code) || code > TYPE_STRINGARRAY)
         return false;
     // Unnamed nodes (the root, unnamed values) read back unnamed rather than named "".
     name = readName.Length() > 0 ? readName : PString();

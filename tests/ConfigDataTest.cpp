@@ -49,6 +49,15 @@ TEST(ConfigData, FailedLookupsChainToTheNullNode)
     EXPECT_FALSE(root("x").GetAnsi(text));
     EXPECT_EQ(0, root("x").Count("a"));
     EXPECT_EQ(nullptr, root("x").Extract("a", 0));
+
+    // Writes through a failed lookup must not reach every later failed lookup.
+    root("x") << 5;
+    root("x")("y").New("z") << 1;
+    root("x") = root;
+    EXPECT_FALSE(root("x").SetAnsi("t"));
+    EXPECT_EQ(ConfigData::TYPE_NONE, root("q").GetDataType());
+    EXPECT_EQ(0, root("q").GetChildCount());
+    EXPECT_FALSE(root("q")("z"));
 }
 
 TEST(ConfigData, ReplaceRemoveAndExtractCountMatchesInOrder)
