@@ -127,6 +127,16 @@ void ConfigData::operator delete(void * p)
         NodePool().Free(p);
 }
 
+ConfigData & ConfigData::Null()
+{
+    return nullNode;
+}
+
+ConfigData::operator bool() const
+{
+    return this != &nullNode;
+}
+
 ConfigData::ConfigData(const PString & name) : name(name) {}
 
 ConfigData::ConfigData(const PString & name, const PString & value) : name(name)

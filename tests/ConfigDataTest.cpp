@@ -36,7 +36,7 @@ TEST(ConfigData, FailedLookupsChainToTheNullNode)
 {
     ConfigData root;
     EXPECT_FALSE(root.Find("a"));
-    EXPECT_EQ(&ConfigData::nullNode, &root.Find("a").Find("b")("c", 3)[7]);
+    EXPECT_EQ(&ConfigData::Null(), &root.Find("a").Find("b")("c", 3)[7]);
     root.New("a") << 1;
     EXPECT_TRUE(root("a"));
     EXPECT_FALSE(root("a", 1));
@@ -88,7 +88,7 @@ TEST(ConfigData, ReplaceRemoveAndExtractCountMatchesInOrder)
     EXPECT_EQ(&added, &values("k", 1));
     ConfigData like("k", "two");
     EXPECT_TRUE(values.Remove(like, 0));
-    EXPECT_FALSE(values.Remove(ConfigData::nullNode, 0));
+    EXPECT_FALSE(values.Remove(ConfigData::Null(), 0));
     EXPECT_EQ(1, values.GetChildCount());
 
     ConfigData * taken = root.Extract("a", 1);

@@ -120,8 +120,8 @@ public:
 
     // The shared empty node every failed lookup answers. Setters, appends and reads into it do
     // nothing, so that a chain of lookups that failed cannot change what every later failed lookup
-    // answers.
-    static ConfigData nullNode;
+    // answers. Programs reach it through the library, never by its address in their own image.
+    static ConfigData & Null();
 
     ConfigData() = default;
     explicit ConfigData(const PString & name);
@@ -146,7 +146,7 @@ public:
     // The string item's characters, or null when there is no data.
     operator const char *() const;
     // True for every node but the null node.
-    explicit operator bool() const { return this != &nullNode; }
+    explicit operator bool() const;
 
     NodeList * GetDataList() const { return children; }
     // Installs a children list, deleting the nodes of the one it replaces.
@@ -390,6 +390,8 @@ private:
     bool ReadBinNode(File & file, int depth);
     bool ReadBinData(File & file, int dataType);
     bool ReadBinChildren(File & file, int depth);
+
+    static ConfigData nullNode;
 
     PString name;
     int32_t type = TYPE_NONE;
