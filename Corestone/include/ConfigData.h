@@ -382,6 +382,9 @@ private:
     bool DeleteNth(int index, Match match, const void * key);
     void Unlink(ConfigData * child);
     void DeleteChildren();
+    static bool WriteText(Writer & writer, const String & text, int & column, int encoding);
+    bool WriteLead(Writer & writer, int level, int & column, int encoding) const;
+    bool WriteEnclosed(Writer & writer, int & column, int encoding) const;
     bool WriteValue(Writer & writer, int & column, int encoding) const;
     bool WriteScalar(Writer & writer, int & column, int encoding) const;
     bool WriteElements(Writer & writer, int & column, int encoding) const;
