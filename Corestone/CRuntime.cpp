@@ -353,9 +353,7 @@ private:
 char * PutSpecial(char * out, uint64_t bits)
 {
     uint64_t payload = bits & ((uint64_t(1) << 52) - 1);
-    const char * name = payload == 0 ? "INF" : payload == uint64_t(1) << 51 ? "IND" : "QNAN";
-    std::memcpy(out, "1.#", 3);
-    out += 3;
+    const char * name = payload == 0 ? "1.#INF" : payload == uint64_t(1) << 51 ? "1.#IND" : "1.#QNAN";
     for (; *name != 0; ++name)
         *out++ = *name;
     return out;

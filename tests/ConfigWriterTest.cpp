@@ -233,6 +233,11 @@ TEST(ConfigWriter, GoldenFilesOnEveryTarget)
     ConfigData back;
     ASSERT_TRUE(back.ReadBin(DataFile("ConfigSample.cdb").c_str()));
     EXPECT_TRUE(SameTree(root, back));
+    // A compressed file reads back through the same call.
+    ASSERT_TRUE(root.WriteBin((dir / "c.cdb").c_str(), true));
+    ConfigData expanded;
+    ASSERT_TRUE(expanded.ReadBin((dir / "c.cdb").c_str()));
+    EXPECT_TRUE(SameTree(root, expanded));
 }
 
 TEST(ConfigWriter, Utf16BinaryStringsAndText)
