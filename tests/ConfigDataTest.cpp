@@ -207,12 +207,13 @@ TEST(ConfigData, VectorsColoursAndQuaternions)
     Kiv::Vector4 four = node;
     EXPECT_EQ(Kiv::Vector4(1, 2, 3, 0), four);
 
-    node << Kiv::Vector3(0, 0, static_cast<float>(M_PI / 2));
+    const float quarterTurn = 1.57079633f;
+    node << Kiv::Vector3(0, 0, quarterTurn);
     Kiv::Quaternion turn = node;
     EXPECT_NEAR(0.0f, turn.x, 1e-6f);
     EXPECT_NEAR(std::sqrt(0.5f), turn.z, 1e-6f);
     EXPECT_NEAR(std::sqrt(0.5f), turn.w, 1e-6f);
-    node << Kiv::Vector3(static_cast<float>(M_PI / 2), 0, 0);
+    node << Kiv::Vector3(quarterTurn, 0, 0);
     turn = node;
     EXPECT_NEAR(std::sqrt(0.5f), turn.x, 1e-6f);
     node << Kiv::Vector4(0, 0, 3, 4);
