@@ -361,3 +361,32 @@ TEST(ConfigData, CopiesAreDeepAndDeepTreesDieWithoutRecursion)
         node = &node->New("d");
     delete chain;
 }
+
+TEST(ConfigData, StringListsGrowSortAndStoreAsArrays)
+{
+    ConfigData::PStringList list;
+    for (int i = 0; i < 40; ++i)
+    {
+        PString name;
+        name.Setf("n%02d", 39 - i);
+        ASSERT_TRUE(list.Add(name));
+        // The element copied in may lie in the block that growing frees.
+        ASSERT_TRUE(list.Insert(0, list[list.GetCount() - 1]));
+        ASSERT_TRUE(list.Remove(0));
+    }
+    ASSERT_TRUE(list.Insert(5, list[39]));
+    EXPECT_EQ(PString("n00"), list[5]);
+    EXPECT_EQ(41, list.GetCount());
+    ConfigData::PStringList sorted(list);
+    sorted.Sort();
+    EXPECT_EQ(PString("n00"), sorted[0]);
+    EXPECT_EQ(PString("n00"), sorted[1]);
+    EXPECT_EQ(PString("n39"), sorted[40]);
+    EXPECT_EQ(3, sorted.LowerBound(PString("n02")));
+    list = sorted;
+    EXPECT_EQ(PString("n39"), list[40]);
+    ConfigData node;
+    node.SetPStringList(list);
+    ASSERT_EQ(41, node.GetArrayCount());
+    EXPECT_EQ(PString("n17"), node.GetPStringArray()[18]);
+}
