@@ -129,6 +129,16 @@ void ConfigData::operator delete(void * p)
         NodePool().Free(p);
 }
 
+ConfigData & ConfigData::Null()
+{
+    return nullNode;
+}
+
+ConfigData::operator bool() const
+{
+    return this != &nullNode;
+}
+
 ConfigData::ConfigData(const PString & name) : name(name) {}
 
 ConfigData::ConfigData(const PString & name, const PString & value) : name(name)
@@ -145,15 +155,23 @@ ConfigData::ConfigData(const ConfigData & other) : name(other.name)
 
 ConfigData & ConfigData::operator=(const ConfigData & other)
 {
-    if (this == &other)
+    if (this == &other || !*this)
         return *this;
+    // other may lie below this node, where the old children take it with them: copy it first.
+    ConfigData copy(other);
     ClearData();
     DeleteChildren();
-    name = other.name;
-    CopyData(other);
-    if (other.children != nullptr)
-        CopyChildren(other);
+    name = copy.name;
+    CopyData(copy);
+    children = copy.children;
+    copy.children = nullptr;
     return *this;
+}
+
+void ConfigData::SetName(const PString & newName)
+{
+    if (*this)
+        name = newName;
 }
 
 ConfigData::~ConfigData()
@@ -164,7 +182,7 @@ ConfigData::~ConfigData()
 
 void ConfigData::CopyChildren(const ConfigData & other)
 {
-    if (other.children == nullptr || (children == nullptr && (children = NewList()) == nullptr))
+    if (!*this || other.children == nullptr || (children == nullptr && (children = NewList()) == nullptr))
         return;
     // Counted first, so that copying a node's children into itself stops at the original ones.
     int count = other.children->GetCount();
@@ -212,10 +230,15 @@ void ConfigData::AssignNodes(NodeList * list)
         return;
     DeleteChildren();
     children = list;
+    // The null node takes nothing: the list it was given goes at once.
+    if (!*this)
+        DeleteChildren();
 }
 
 bool ConfigData::AddChild(ConfigData * child)
 {
+    if (!*this)
+        return false;
     if (children == nullptr && (children = NewList()) == nullptr)
         return false;
     return children->Add(child);
