@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace Kiv
 {
@@ -92,11 +93,74 @@ bool Negative(ConfigText lexeme)
     return lexeme.length > 0 && lexeme.text[0] == '-';
 }
 
-PString Pooled(ConfigText text)
+// FNV-1a over the whole text.
+uint32_t Hash(ConfigText text)
 {
-    return PString(text.text, text.length);
+    uint32_t hash = 2166136261u;
+    for (uint32_t i = 0; i < text.length; ++i)
+        hash = (hash ^ static_cast<unsigned char>(text.text[i])) * 16777619u;
+    return hash;
 }
 } // namespace
+
+ConfigNames::~ConfigNames()
+{
+    Release();
+}
+
+void ConfigNames::Release()
+{
+    if (entries == nullptr)
+        return;
+    for (uint32_t i = 0; i <= mask; ++i)
+        entries[i].~Entry();
+    Alloc::Delete(entries);
+    entries = nullptr;
+}
+
+const PString & ConfigNames::Intern(ConfigText text)
+{
+    if (2 * (count + 1) > mask)
+        Grow();
+    const uint32_t hash = Hash(text);
+    uint32_t slot = hash & mask;
+    for (; !entries[slot].text.IsNull(); slot = (slot + 1) & mask)
+    {
+        const PString & known = entries[slot].text;
+        if (entries[slot].hash == hash && known.Length() == text.length &&
+            std::memcmp(static_cast<const char *>(known), text.text, text.length) == 0)
+            return known;
+    }
+    PString made(text.text, text.length);
+    if (made.IsNull())
+        return none;
+    entries[slot].hash = hash;
+    entries[slot].text = std::move(made);
+    ++count;
+    return entries[slot].text;
+}
+
+void ConfigNames::Grow()
+{
+    const uint32_t size = mask != 0 ? 2 * (mask + 1) : 256;
+    auto * larger = static_cast<Entry *>(Alloc::New(size * static_cast<uint32_t>(sizeof(Entry))));
+    if (larger == nullptr)
+        throw std::bad_alloc();
+    for (uint32_t i = 0; i < size; ++i)
+        new (larger + i) Entry{0, PString()};
+    for (uint32_t i = 0; entries != nullptr && i <= mask; ++i)
+    {
+        if (entries[i].text.IsNull())
+            continue;
+        uint32_t slot = entries[i].hash & (size - 1);
+        while (!larger[slot].text.IsNull())
+            slot = (slot + 1) & (size - 1);
+        larger[slot] = std::move(entries[i]);
+    }
+    Release();
+    entries = larger;
+    mask = size - 1;
+}
 
 namespace ConfigNumber
 {
@@ -194,7 +258,7 @@ ConfigData * ConfigBuilder::FloatNode(uint32_t bits)
 ConfigData * ConfigBuilder::StringNode(ConfigText text)
 {
     ConfigData * node = NewNode();
-    node->SetPStringData(Pooled(text));
+    node->SetPStringData(names.Intern(text));
     return node;
 }
 
@@ -207,13 +271,13 @@ ConfigData * ConfigBuilder::ByteNode(ConfigText bytes)
 
 ConfigData * ConfigBuilder::Named(ConfigData * node, ConfigText name)
 {
-    node->SetName(Pooled(name));
+    node->SetName(names.Intern(name));
     return node;
 }
 
 ConfigData * ConfigBuilder::Block(ConfigData * block, ConfigText name, ConfigText value)
 {
-    block->SetPStringData(Pooled(value));
+    block->SetPStringData(names.Intern(value));
     return Named(block, name);
 }
 
@@ -350,7 +414,7 @@ void ConfigBuilder::FillFloats(ConfigData & node) const
     node.SetFloatArray(reinterpret_cast<const float *>(values.GetData()), values.GetCount());
 }
 
-void ConfigBuilder::FillStrings(ConfigData & node) const
+void ConfigBuilder::FillStrings(ConfigData & node)
 {
     DynamicArray<PString, 64> values;
     values.Reserve(items.GetCount());
@@ -358,7 +422,7 @@ void ConfigBuilder::FillStrings(ConfigData & node) const
     {
         if (item.kind == ConfigItem::KIND_STRING)
         {
-            values.Add(Pooled(item.text));
+            values.Add(names.Intern(item.text));
             continue;
         }
         char text[64];
