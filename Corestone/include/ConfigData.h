@@ -118,8 +118,10 @@ public:
     static void * operator new(std::size_t, void * place) { return place; }
     static void operator delete(void *, void *) {}
 
-    // The shared empty node every failed lookup answers. Never modify it.
-    static ConfigData nullNode;
+    // The shared empty node every failed lookup answers. Setters, appends and reads into it do
+    // nothing, so that a chain of lookups that failed cannot change what every later failed lookup
+    // answers. Programs reach it through the library, never by its address in their own image.
+    static ConfigData & Null();
 
     ConfigData() = default;
     explicit ConfigData(const PString & name);
@@ -137,14 +139,14 @@ public:
     static PStringArray * CopyPStringArray(const PStringArray * array);
 
     const PString & GetName() const { return name; }
-    void SetName(const PString & newName) { name = newName; }
+    void SetName(const PString & newName);
 
     // The data word as a pooled string (the null string unless the type is a string).
     operator const PString &() const;
     // The string item's characters, or null when there is no data.
     operator const char *() const;
     // True for every node but the null node.
-    explicit operator bool() const { return this != &nullNode; }
+    explicit operator bool() const;
 
     NodeList * GetDataList() const { return children; }
     // Installs a children list, deleting the nodes of the one it replaces.
@@ -360,6 +362,8 @@ private:
         void * block;
     };
 
+    using Match = bool (*)(const ConfigData & node, const void * key);
+
     ConfigData & SetInt(long value);
     ConfigData & SetFloats(const float * values, int count);
     ConfigData & SetInts(const int * values, int count);
@@ -367,18 +371,27 @@ private:
     int GetInts(int * values, int count) const;
     void SetArray(DataType arrayType, const void * values, int count);
     void AddArray(DataType arrayType, const void * values, int count);
-    void * NewBlock(DataType arrayType, int count);
+    static void * NewBlock(DataType arrayType, int count);
     static void FreeBlock(DataType arrayType, void * block);
+    static void * Elements(DataType arrayType, void * block);
+    static void * ReadStrings(File & file, int count);
     bool AddChild(ConfigData * child);
-    ConfigData * NthChild(int index, bool (*match)(const ConfigData &, const void *), const void * key) const;
-    bool RemoveChild(ConfigData * child);
+    ConfigData * NthChild(int index, Match match, const void * key) const;
+    int Matches(Match match, const void * key) const;
+    ConfigData & Append(const PString & name, const PString & value, int count);
+    bool DeleteNth(int index, Match match, const void * key);
+    void Unlink(ConfigData * child);
     void DeleteChildren();
+    bool WriteValue(Writer & writer, int & column, int encoding) const;
     bool WriteScalar(Writer & writer, int & column, int encoding) const;
-    bool WriteArray(Writer & writer, int & column, int encoding) const;
+    bool WriteElements(Writer & writer, int & column, int encoding) const;
     bool WriteBytes(Writer & writer, int encoding) const;
+    bool WriteBinNode(Writer & writer, int encoding, int depth) const;
     bool ReadBinNode(File & file, int depth);
-    bool ReadBinData(File & file, DataType dataType);
+    bool ReadBinData(File & file, int dataType);
     bool ReadBinChildren(File & file, int depth);
+
+    static ConfigData nullNode;
 
     PString name;
     int32_t type = TYPE_NONE;

@@ -200,9 +200,10 @@ private:
 
 // Plain values (pointers, numbers) in a ring of blocks of Size entries, in insertion order. Each
 // block carries its own used count; a block is added when the last one is full and freed when its
-// last entry is removed, so an element never moves to another block while it is stored.
+// last entry is removed, so an element never moves to another block while it is stored. An array
+// made with new lives in Kiv::Alloc like its blocks.
 template <class T, int Size, class Order = Less<T, T>>
-class FastDynamicArray
+class FastDynamicArray : public AllocBase
 {
     static_assert(std::is_trivially_copyable<T>::value, "entries are copied as plain values");
     static_assert(Size > 0, "a block holds at least one entry");
@@ -277,6 +278,16 @@ public:
         for (; index >= block->used; block = block->next)
             index -= block->used;
         return &block->entries[index];
+    }
+    // The last entry, or null when there is none; with RemoveLast the array serves as a stack.
+    T * Last() const
+    {
+        return first != nullptr ? &first->previous->entries[first->previous->used - 1] : nullptr;
+    }
+    void RemoveLast()
+    {
+        if (first != nullptr)
+            RemoveFrom(first->previous, first->previous->used - 1);
     }
     // The first index holding an equal value, or -1.
     int Find(const T & value) const
