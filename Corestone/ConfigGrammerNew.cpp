@@ -31,6 +31,15 @@ const char * SkipDigits(const char * text, const char * end)
     return text;
 }
 
+// Past the blanks and the sign that may lead a number; tells whether the sign was a minus.
+const char * SkipLead(const char * text, const char * end, bool & negative)
+{
+    while (text < end && IsSpace(*text))
+        ++text;
+    negative = text < end && *text == '-';
+    return text + (text < end && (*text == '-' || *text == '+'));
+}
+
 int DigitValue(char character)
 {
     if (IsDigit(character))
@@ -167,11 +176,8 @@ namespace ConfigNumber
 int32_t ReadInt(const char * text, uint32_t length)
 {
     const char * end = text + length;
-    while (text < end && IsSpace(*text))
-        ++text;
-    const bool negative = text < end && *text == '-';
-    if (text < end && (*text == '-' || *text == '+'))
-        ++text;
+    bool negative = false;
+    text = SkipLead(text, end, negative);
     int base = 10;
     if (text < end && *text == '0')
     {
@@ -199,13 +205,9 @@ int32_t ReadInt(const char * text, uint32_t length)
 double ReadFloat(const char * text, uint32_t length)
 {
     const char * end = text + length;
-    while (text < end && IsSpace(*text))
-        ++text;
-    const bool negative = text < end && *text == '-';
-    if (text < end && (*text == '-' || *text == '+'))
-        ++text;
-    const char * digits = text;
-    const char * last = SkipDigits(text, end);
+    bool negative = false;
+    const char * digits = SkipLead(text, end, negative);
+    const char * last = SkipDigits(digits, end);
     bool any = last != digits;
     if (last < end && *last == '.')
     {
