@@ -135,15 +135,16 @@ const PString & ConfigNames::Intern(ConfigText text)
     uint32_t slot = hash & mask;
     for (; !entries[slot].text.IsNull(); slot = (slot + 1) & mask)
     {
-        const PString & known = entries[slot].text;
-        if (entries[slot].hash == hash && known.Length() == text.length &&
-            std::memcmp(static_cast<const char *>(known), text.text, text.length) == 0)
-            return known;
+        const Entry & known = entries[slot];
+        if (known.hash == hash && known.length == text.length &&
+            std::memcmp(static_cast<const char *>(known.text), text.text, text.length) == 0)
+            return known.text;
     }
     PString made(text.text, text.length);
     if (made.IsNull())
         return none;
     entries[slot].hash = hash;
+    entries[slot].length = text.length;
     entries[slot].text = std::move(made);
     ++count;
     return entries[slot].text;
@@ -156,7 +157,7 @@ void ConfigNames::Grow()
     if (larger == nullptr)
         throw std::bad_alloc();
     for (uint32_t i = 0; i < size; ++i)
-        new (larger + i) Entry{0, PString()};
+        new (larger + i) Entry{0, 0, PString()};
     for (uint32_t i = 0; entries != nullptr && i <= mask; ++i)
     {
         if (entries[i].text.IsNull())

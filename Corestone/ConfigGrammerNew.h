@@ -116,9 +116,12 @@ public:
     const PString & Intern(ConfigText text);
 
 private:
+    // The hash and length are kept beside the handle, so a probe reads no pooled node but the one
+    // that matches.
     struct Entry
     {
         uint32_t hash;
+        uint32_t length;
         PString text;
     };
     void Grow();
