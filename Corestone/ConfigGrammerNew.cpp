@@ -82,7 +82,10 @@ int FormatFloat(uint32_t bits, char * text, size_t size)
         return std::snprintf(text, size, "%s1.#INF00", sign);
     if (magnitude > 0x7F800000)
     {
-        const char * kind = bits == 0xFFC00000 ? "IND00" : (bits & 0x400000) != 0 ? "QNAN0" : "SNAN0";
+        // The same names as the float text: a NaN whose payload is the quiet bit alone is the
+        // indefinite.
+        const uint32_t payload = bits & 0x7FFFFF;
+        const char * kind = payload == 0x400000 ? "IND00" : (payload & 0x400000) != 0 ? "QNAN0" : "SNAN0";
         return std::snprintf(text, size, "%s1.#%s", sign, kind);
     }
     float value = 0;
