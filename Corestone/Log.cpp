@@ -11,6 +11,7 @@
 #include "TextOps.h"
 #include "Time.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -145,8 +146,7 @@ size_t PutHeader(char * out, int level, double elapsed, const char * name)
     *p++ = ' ';
     p = PutHex(p, ThreadId());
     *p++ = ' ';
-    std::memcpy(p, look.name, 4);
-    p += 4;
+    p = std::copy_n(look.name, 4, p);
     *p++ = ' ';
     const double tenths = elapsed > 0.0 && elapsed < 4e17 ? std::floor(elapsed * 10.0 + 0.5) : 0.0;
     const auto allTenths = static_cast<uint64_t>(tenths);
@@ -166,10 +166,9 @@ size_t PutHeader(char * out, int level, double elapsed, const char * name)
     *p++ = '.';
     *p++ = static_cast<char>('0' + secondTenths % 10);
     *p++ = ' ';
-    std::memcpy(p, name, 15);
-    p += 15;
-    std::memcpy(p, " : ", 3);
-    return static_cast<size_t>(p + 3 - out);
+    p = std::copy_n(name, 15, p);
+    p = std::copy_n(" : ", 3, p);
+    return static_cast<size_t>(p - out);
 }
 
 bool IsWord(const char * word, size_t length, const char * expected)
@@ -335,9 +334,9 @@ void LogClient::Configure(const char * settings)
     {
         const char * end = std::strchr(word, ':');
         const size_t length = end != nullptr ? size_t(end - word) : std::strlen(word);
-        const char * equals = static_cast<const char *>(std::memchr(word, '=', length));
-        const size_t nameLength = equals != nullptr ? size_t(equals - word) : length;
-        const bool on = equals == nullptr || !IsWord(equals + 1, length - nameLength - 1, "off");
+        const size_t nameLength = std::strcspn(word, "=:");
+        const bool on =
+            nameLength == length || !IsWord(word + nameLength + 1, length - nameLength - 1, "off");
         for (int i = 0; i < 5; ++i)
             if (IsWord(word, length, levelNames[i]))
                 level = i;

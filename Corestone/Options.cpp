@@ -322,10 +322,12 @@ Options::Option * Options::Find(const char * name) const
 bool Options::Grow()
 {
     const unsigned int size = indexSize != 0 ? indexSize * 2 : 16;
-    auto ** table = static_cast<Option **>(Alloc::New(size * static_cast<unsigned int>(sizeof(Option *))));
+    // Slots are record pointers, of the size of any pointer.
+    const unsigned int bytes = size * static_cast<unsigned int>(sizeof(void *));
+    auto ** table = static_cast<Option **>(Alloc::New(bytes));
     if (table == nullptr)
         return false;
-    std::memset(table, 0, size * sizeof(Option *));
+    std::memset(table, 0, bytes);
     for (Option * option = first; option != nullptr; option = option->next)
     {
         uint32_t slot = option->hash & (size - 1);
