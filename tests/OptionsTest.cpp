@@ -83,7 +83,7 @@ TEST(Options, TypedReads)
     Options options;
     options.ProcessRaw(
         "-Bare -Minus=- -Plus=+ -Off=OFF -True=true -Other=maybe -Num=42x -Neg=-1 "
-        "-Big=99999999999 -F=2.5 -V=1,,3 -C=0.5,0.25 -R=3 -Q= , ,1,2,3 -Words=a b; c;;d ; -Empty=");
+        "-Big=99999999999 -F=2.5 -V=1,,3 -R=3 -Q= , ,1,2,3 -Words=a b; c;;d ; -Empty=");
     const auto Bool = [&](const char * name, bool fallback)
     {
         bool value = !fallback;
@@ -118,9 +118,6 @@ TEST(Options, TypedReads)
     Kiv::Vector3 vector;
     EXPECT_TRUE(options.Get("V", vector, Kiv::Vector3(7, 8, 9)));
     EXPECT_EQ(vector, Kiv::Vector3(1, 8, 3));
-    Kiv::Color color;
-    EXPECT_TRUE(options.Get("C", color, Kiv::Color(1, 1, 1, 1)));
-    EXPECT_EQ(color, Kiv::Color(0.5f, 0.25f, 1, 1));
     Kiv::Range<int> range(1, 9);
     EXPECT_TRUE(options.Get("R", range));
     EXPECT_EQ(range, Kiv::Range<int>(3, 9));
