@@ -26,6 +26,8 @@ struct LogState
 {
     CriticalSection lock{"Log"};
     File * file = nullptr;
+    // The open file stores UTF-16.
+    bool wide = false;
     FILE * stream = nullptr;
     // A ring of clients; the log owns them.
     LogClient * clients = nullptr;
@@ -37,7 +39,7 @@ struct LogState
 
     void CloseFile(const char * lastLine);
     void DeleteClients();
-    void WriteLine(LogClient & client, const char * text, size_t length);
+    void WriteLine(LogClient & client, const unsigned char * bytes, unsigned long size);
 };
 
 namespace
@@ -81,53 +83,72 @@ double ReadStartTime(const LogState & s)
     return start;
 }
 
-// Text beyond ASCII through the current locale, or byte by byte where the locale cannot read it.
-void WriteWide(File & file, const char * text)
+// A line as the log file stores it: 8-bit text as it is; UTF-16 widened here when it is plain
+// ASCII, the common case, through the current locale otherwise, or byte by byte where the locale
+// cannot read it. Lines are encoded before the log's lock is taken, so writers queue only for
+// each other's copies into the file.
+class Encoded
 {
-    if (file.WriteLine(text, File::ENCODING_UTF16) != 0)
-        return;
-    for (const char * c = text; *c != 0; ++c)
+public:
+    Encoded(const char * text, size_t length, bool wide)
+        : bytes(reinterpret_cast<const unsigned char *>(text)), size(length)
     {
-        const unsigned char unit[2] = {static_cast<unsigned char>(*c), 0};
-        file.Write(unit, 2, 1);
-    }
-}
-
-// Text to a log file in its encoding. UTF-16 lines are widened here when they are plain ASCII, the
-// common case.
-void WriteText(File & file, const char * text, size_t length)
-{
-    if (file.GetEncoding() != File::ENCODING_UTF16)
-    {
-        file.Write(text, static_cast<unsigned long>(length), 1);
-        return;
-    }
-    // Widened a piece at a time; a byte outside ASCII sends the whole line the slow way.
-    const auto * bytes = reinterpret_cast<const unsigned char *>(text);
-    unsigned char units[1024];
-    for (size_t done = 0; done < length;)
-    {
-        const size_t piece = length - done < sizeof units / 2 ? length - done : sizeof units / 2;
-        unsigned char seen = 0;
-        for (size_t i = 0; i < piece; ++i)
-        {
-            seen |= bytes[done + i];
-            units[2 * i] = bytes[done + i];
-            units[2 * i + 1] = 0;
-        }
-        if (seen >= 0x80)
-        {
-            WriteWide(file, text + done);
+        if (!wide)
             return;
-        }
-        file.Write(units, static_cast<unsigned long>(piece * 2), 1);
-        done += piece;
+        unsigned char * out = units.Reserve(length * 2);
+        size = 0;
+        if (out == nullptr)
+            return;
+        size = length * 2;
+        if (!WidenAscii(bytes, length, out))
+            WidenByLocale(text, length);
+        bytes = units.Data();
     }
-}
+    Encoded(const Encoded &) = delete;
+    Encoded & operator=(const Encoded &) = delete;
+
+    const unsigned char * Bytes() const { return bytes; }
+    unsigned long Size() const { return static_cast<unsigned long>(size); }
+
+private:
+    // Each byte becomes a unit; false when any was beyond ASCII. Apart, and with the buffers known
+    // not to overlap, the loops run many bytes a step.
+    static bool WidenAscii(const unsigned char * __restrict in, size_t length, unsigned char * __restrict out)
+    {
+        unsigned char seen = 0;
+        for (size_t i = 0; i < length; ++i)
+            seen |= in[i];
+        for (size_t i = 0; i < length; ++i)
+        {
+            out[2 * i] = in[i];
+            out[2 * i + 1] = 0;
+        }
+        return seen < 0x80;
+    }
+
+    // A text has no more UTF-16 units than bytes, so the units fit where the bytes were widened.
+    void WidenByLocale(const char * text, size_t length)
+    {
+        const long characters = CRuntime::MultiByteToWide(text, length, nullptr);
+        TextOps::Scratch<wchar_t, 512> wide;
+        wchar_t * converted = characters >= 0 ? wide.Reserve(static_cast<size_t>(characters) + 1) : nullptr;
+        if (converted == nullptr)
+            return;
+        CRuntime::MultiByteToWide(text, length, converted);
+        const size_t count = static_cast<size_t>(characters);
+        size = CRuntime::Utf16Units(converted, count) * 2;
+        CRuntime::EncodeUtf16(converted, count, units.Data());
+    }
+
+    TextOps::Scratch<unsigned char, 2048> units;
+    const unsigned char * bytes;
+    size_t size;
+};
 
 void WriteText(File & file, const char * text)
 {
-    WriteText(file, text, std::strlen(text));
+    const Encoded line(text, std::strlen(text), file.GetEncoding() == File::ENCODING_UTF16);
+    file.Write(line.Bytes(), line.Size(), 1);
 }
 
 char * PutHex(char * out, uint32_t value)
@@ -187,7 +208,7 @@ void LogState::CloseFile(const char * lastLine)
         file->Close();
     }
     DeleteObject(file);
-    file = nullptr;
+    __atomic_store_n(&file, nullptr, __ATOMIC_RELAXED);
 }
 
 void LogState::DeleteClients()
@@ -202,13 +223,13 @@ void LogState::DeleteClients()
     clients = nullptr;
 }
 
-void LogState::WriteLine(LogClient & client, const char * text, size_t length)
+void LogState::WriteLine(LogClient & client, const unsigned char * bytes, unsigned long size)
 {
     SingleLock hold(&lock, true);
     if (file == nullptr || client.writing != 0)
         return;
     client.writing = 1;
-    WriteText(*file, text, length);
+    file->Write(bytes, size, 1);
     if (flush)
         file->Commit();
     client.writing = 0;
@@ -306,8 +327,12 @@ void LogClient::Write(int messageLevel, const char * text, va_list args)
         out[length++] = '\n';
     }
     out[length] = 0;
-    if ((outputs & OUTPUT_FILE) != 0)
-        s.WriteLine(*this, out, length);
+    // The file is looked at again under the lock; this only saves encoding a line nobody stores.
+    if ((outputs & OUTPUT_FILE) != 0 && __atomic_load_n(&s.file, __ATOMIC_RELAXED) != nullptr)
+    {
+        const Encoded encoded(out, length, __atomic_load_n(&s.wide, __ATOMIC_RELAXED));
+        s.WriteLine(*this, encoded.Bytes(), encoded.Size());
+    }
     if ((outputs & OUTPUT_MONO) != 0)
         Debugger::Output(out);
     if (FILE * stream = __atomic_load_n(&s.stream, __ATOMIC_RELAXED))
@@ -401,7 +426,8 @@ void Log::OpenFile(const char * name, int encoding, const char * banner)
         DeleteObject(file);
         return;
     }
-    s.file = file;
+    __atomic_store_n(&s.file, file, __ATOMIC_RELAXED);
+    __atomic_store_n(&s.wide, file->GetEncoding() == File::ENCODING_UTF16, __ATOMIC_RELAXED);
     if (file->GetEncoding() == File::ENCODING_UTF16)
         file->Write("\xFF\xFE", 2, 1);
     WriteText(*file, banner);

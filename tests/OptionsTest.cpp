@@ -81,9 +81,8 @@ TEST(Options, SyntaxQuirks)
 TEST(Options, TypedReads)
 {
     Options options;
-    options.ProcessRaw(
-        "-Bare -Minus=- -Plus=+ -Off=OFF -True=true -Other=maybe -Num=42x -Neg=-1 "
-        "-Big=99999999999 -F=2.5 -V=1,,3 -R=3 -Q= , ,1,2,3 -Words=a b; c;;d ; -Empty=");
+    options.ProcessRaw("-Bare -Minus=- -Plus=+ -Off=OFF -True=true -Other=maybe -Num=42x -Neg=-1 "
+                       "-Big=99999999999 -F=2.5 -V=1,,3 -R=3 -Q= , ,1,2,3 -Words=a b; c;;d ; -Empty=");
     const auto Bool = [&](const char * name, bool fallback)
     {
         bool value = !fallback;
