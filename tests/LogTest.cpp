@@ -117,6 +117,23 @@ TEST(Log, FileHeaderAndClientSettings)
     EXPECT_EQ(Log::GetClient("File")->GetLevel(), LogClient::LEVEL_WARN);
 }
 
+#if !defined(_WIN32) // the Windows runtime here has no UTF-8 locale to read the text with
+// Text beyond ASCII reaches the UTF-16 file through the locale, a character outside the BMP as a
+// surrogate pair.
+TEST(Log, WideFileTakesTextBeyondAscii)
+{
+    TempDir dir;
+    const std::string file = dir / "wide.txt";
+    {
+        OpenLog log("-LogFile=" + file + " -LogDisplayModuleName- +Log=Text:mono=off");
+        Log::GetClient("Text")->Print(LogClient::LEVEL_ERR, "caf\xC3\xA9 \xF0\x9F\x98\x80");
+    }
+    const std::vector<unsigned char> bytes = TestSupport::ReadBytes(file);
+    const std::string text(bytes.begin(), bytes.end());
+    EXPECT_NE(text.find(std::string("c\0a\0f\0\xE9\0 \0\x3D\xD8\x00\xDE\r\0\n\0E\0", 20)), std::string::npos);
+}
+#endif
+
 TEST(Log, NoLogLeavesTheBannerAlone)
 {
     TempDir dir;
