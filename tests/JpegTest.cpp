@@ -95,6 +95,14 @@ void Occupy(Bitmap & bitmap)
 
 TEST(Jpeg, DecodesAsPillowDoesOnEveryTarget)
 {
+    if (!CORESTONE_JPEG_DECODES)
+    {
+        // Without a decoder a JPEG file fails to load like any file the loaders refuse.
+        Bitmap bitmap;
+        Occupy(bitmap);
+        EXPECT_FALSE(Load(bitmap, TestSupport::DataFile("images/jpeg-420.jpg")));
+        EXPECT_TRUE(IsEmpty(bitmap));
+    }
     SKIP_WITHOUT_DECODER();
     int worst = 0;
     for (const char * name : decodable)
