@@ -8,10 +8,10 @@ packages() {
     main)  echo cmake ninja-build g++ googletest ;;
     test)  echo cmake ninja-build g++ googletest g++-multilib qemu-user \
                 g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 \
-                libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev ;;
+                libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev python3-pil ;;
     bench) echo cmake ninja-build g++ python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \
                 libgoogle-perftools-dev libeigen3-dev zlib1g-dev liblz4-dev libzstd-dev \
-                libphysfs-dev zip ;;
+                libphysfs-dev zip libstb-dev ;;
     *) echo "unknown group $1" >&2; exit 2 ;;
   esac
 }
