@@ -2,6 +2,7 @@
 // file, whole in a memory file, to the format's reader (ImageTGA, ImageBMP, ImagePCX, ImageJPG).
 // The row readers shared by the formats live here too.
 #include "ImageFile.h"
+#include "Alloc.h"
 #include "Bitmap.h"
 #include "CRuntime.h"
 #include "File.h"
@@ -114,6 +115,49 @@ void Expand555(unsigned char * dst, const unsigned char * src, unsigned int coun
     }
 }
 
+// The rest of a file in a memory file named after it. A plain file's size is known, and up to
+// the largest an image file can need it is read into one block; a large image then costs one
+// allocation, which the heap can hand out again. Other files grow as they are read, so that a
+// size claimed by a compressed file's header costs nothing until the data is there.
+class WholeFile
+{
+public:
+    explicit WholeFile(File & file)
+    {
+        const unsigned long position = file.Tell(), size = file.Size();
+        const unsigned long rest = position < size ? size - position : 0;
+        if (file.IsCompressed() || rest > largestImageFile)
+            memory.Open(file);
+        else if (rest != 0 && (block = static_cast<unsigned char *>(
+                                   Alloc::New(static_cast<unsigned int>(BlockSize(rest))))) != nullptr)
+            memory.Open(block, static_cast<unsigned int>(file.Read(block, rest, 1)));
+        memory.SetName(file.Name());
+    }
+    ~WholeFile()
+    {
+        memory.Close();
+        if (block)
+            Alloc::Delete(block);
+    }
+    WholeFile(const WholeFile &) = delete;
+    WholeFile & operator=(const WholeFile &) = delete;
+
+    MemoryFile memory;
+
+private:
+    // A 4096 x 4096 image of 32-bit pixels with room for headers, or a PCX coded at worst.
+    static constexpr unsigned long largestImageFile = 80ul << 20;
+    static constexpr unsigned long megabyte = 1ul << 20;
+
+    // Large blocks are whole megabytes: loads of files of about one size then take the same block
+    // from the heap again, rather than fresh memory that the system must map and clear.
+    static unsigned long BlockSize(unsigned long bytes)
+    {
+        return bytes < megabyte ? bytes : (bytes | (megabyte - 1)) + 1;
+    }
+    unsigned char * block = nullptr;
+};
+
 // The row readers fill 32-bit bitmaps, `fileBytes` bytes a pixel in the file turned into one
 // pixel by expand. `height` is the bitmap's own, which may carry the top-to-bottom mark.
 void ExpandRows(const Bitmap & bitmap, int32_t & height, MemoryFile & file, uint32_t fileBytes,
@@ -166,11 +210,10 @@ bool Bitmap::Load(const PString & name, const PString & directory, bool keepPale
 bool Bitmap::Load(File & file, bool keepPalette)
 {
     Done();
-    MemoryFile memory;
-    if (KindOf(file.Name()) == KIND_NONE || !memory.Open(file))
+    if (KindOf(file.Name()) == KIND_NONE)
         return false;
-    memory.SetName(file.Name());
-    return Load(memory, keepPalette);
+    WholeFile whole(file);
+    return whole.memory.IsOpen() && Load(whole.memory, keepPalette);
 }
 
 bool Bitmap::Load(MemoryFile & file, bool keepPalette)

@@ -158,7 +158,7 @@ const Files & TheFiles()
     return files;
 }
 
-void Kiv(benchmark::State & state, const char * name)
+void Ours(benchmark::State & state, const char * name)
 {
     const Kiv::PString path(TheFiles()[name].c_str());
     const Kiv::PString none;
@@ -186,14 +186,14 @@ void Stb(benchmark::State & state, const char * name)
 }
 } // namespace
 
-BENCHMARK_CAPTURE(Kiv, tga24, "tga24.tga")->Name("Image/Tga24:Kiv")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, tga24, "tga24.tga")->Name("Image/Tga24:Kiv")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Stb, tga24, "tga24.tga")->Name("Image/Tga24:stb")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Kiv, tga32, "tga32.tga")->Name("Image/Tga32:Kiv")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, tga32, "tga32.tga")->Name("Image/Tga32:Kiv")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Stb, tga32, "tga32.tga")->Name("Image/Tga32:stb")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Kiv, bmp8, "bmp8.bmp")->Name("Image/Bmp8:Kiv")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, bmp8, "bmp8.bmp")->Name("Image/Bmp8:Kiv")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Stb, bmp8, "bmp8.bmp")->Name("Image/Bmp8:stb")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Kiv, bmp24, "bmp24.bmp")->Name("Image/Bmp24:Kiv")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, bmp24, "bmp24.bmp")->Name("Image/Bmp24:Kiv")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Stb, bmp24, "bmp24.bmp")->Name("Image/Bmp24:stb")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Kiv, bmp32, "bmp32.bmp")->Name("Image/Bmp32:Kiv")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, bmp32, "bmp32.bmp")->Name("Image/Bmp32:Kiv")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(Stb, bmp32, "bmp32.bmp")->Name("Image/Bmp32:stb")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(Kiv, pcx8, "pcx8.pcx")->Name("Image/Pcx8:Kiv")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Ours, pcx8, "pcx8.pcx")->Name("Image/Pcx8:Kiv")->Unit(benchmark::kMillisecond);
