@@ -16,20 +16,28 @@ using Kiv::Size;
 
 namespace
 {
-// One pixel of `format` holding `bytes` (little-endian), drawn with `draw` from a one-pixel
-// source, then read back as the raw bytes of the destination.
+// A row of nine pixels of `format`, each holding `dst` (little-endian), with a row of nine `src`
+// pixels copied or blended over it, the wide loops and the single-pixel ones alike. Answers the
+// first pixel when every pixel came out the same, else a value no case expects.
 std::uint32_t DrawOne(Bitmap::Format format, std::uint32_t dst, std::uint32_t src, bool blend)
 {
-    Bitmap target(Size{1, 1}, format);
-    Bitmap source(Size{1, 1}, Bitmap::ARGB32);
-    std::memcpy(target.GetPtr(), &dst, target.GetBytesPerPixel());
-    std::memcpy(source.GetPtr(), &src, 4);
+    Bitmap target(Size{9, 1}, format);
+    Bitmap source(Size{9, 1}, Bitmap::ARGB32);
+    const unsigned int size = target.GetBytesPerPixel();
+    for (unsigned int i = 0; i < 9; ++i)
+    {
+        std::memcpy(target.GetPtr() + i * size, &dst, size);
+        std::memcpy(source.GetPtr() + i * 4, &src, 4);
+    }
     if (blend)
         target.Image(source);
     else
         target.CopyImage(source);
     std::uint32_t out = 0;
-    std::memcpy(&out, target.GetPtr(), target.GetBytesPerPixel());
+    std::memcpy(&out, target.GetPtr(), size);
+    for (unsigned int i = 1; i < 9; ++i)
+        if (std::memcmp(target.GetPtr(), target.GetPtr() + i * size, size) != 0)
+            return 0xDEADBEEFu;
     return out;
 }
 
@@ -138,6 +146,52 @@ TEST(Bitmap, BlendsAreExactPerFormat)
     b.BlendPixel(Point{1, 0}, 0x80000000u);
     EXPECT_EQ(b.Pixel(Point{1, 0}), 0xFF787C78u);
     EXPECT_EQ(b.Pixel(Point{0, 0}), 0xFF000000u);
+}
+
+TEST(Bitmap, WholeRowsBlendAsPixelByPixel)
+{
+    // Every source alpha against random destinations, with transparent and opaque 32-bit
+    // destinations in the first and last rows.
+    Bitmap source(Size{256, 64}, Bitmap::ARGB32);
+    std::uint32_t seed = 1;
+    auto next = [&] { return seed = seed * 1664525u + 1013904223u; };
+    for (int y = 0; y < 64; ++y)
+        for (int x = 0; x < 256; ++x)
+        {
+            const std::uint32_t pixel = std::uint32_t(x) << 24 | (next() >> 8);
+            std::memcpy(source.GetPtr(Point{x, y}), &pixel, 4);
+        }
+    for (const Bitmap::Format format : {Bitmap::ARGB32, Bitmap::RGB24, Bitmap::RGB565})
+    {
+        // The caller's block ends with the last row, so a wide loop reading past it trips the sanitizer.
+        Bitmap single(Size{256, 64}, format);
+        std::vector<unsigned char> block(single.GetNumBytes());
+        Bitmap whole(Size{256, 64}, format, block.data());
+        for (unsigned int i = 0; i < whole.GetNumBytes(); ++i)
+            whole.GetPtr()[i] = static_cast<unsigned char>(next() >> 24);
+        for (int x = 0; x < 256 && format == Bitmap::ARGB32; ++x)
+        {
+            whole.GetPtr(Point{x, 0})[3] = 0;
+            whole.GetPtr(Point{x, 63})[3] = 255;
+        }
+        std::memcpy(single.GetPtr(), whole.GetPtr(), whole.GetNumBytes());
+        whole.Image(source);
+        for (int y = 0; y < 64; ++y)
+            for (int x = 0; x < 256; ++x)
+                single.Image(source, Point{x, y}, Rect{x, y, 1, 1});
+        EXPECT_EQ(std::memcmp(whole.GetPtr(), single.GetPtr(), whole.GetNumBytes()), 0)
+            << "format " << format;
+    }
+
+    // A row blended onto itself one pixel along reads each source pixel after the one before
+    // was written, as pixel-by-pixel blending does.
+    Bitmap shifted(Size{64, 1}, Bitmap::ARGB32), stepped(Size{64, 1}, Bitmap::ARGB32);
+    for (unsigned int i = 0; i < shifted.GetNumBytes(); ++i)
+        shifted.GetPtr()[i] = stepped.GetPtr()[i] = static_cast<unsigned char>(next() >> 24 | 0x40);
+    shifted.Image(shifted, Point{1, 0});
+    for (int x = 0; x < 63; ++x)
+        stepped.Image(stepped, Point{x + 1, 0}, Rect{x, 0, 1, 1});
+    EXPECT_EQ(std::memcmp(shifted.GetPtr(), stepped.GetPtr(), 256), 0);
 }
 
 TEST(Bitmap, ConversionsExpandWithoutReplicationAndRoundTrip)
