@@ -84,13 +84,17 @@ std::string ImageFolder()
     return TestSupport::DataFile("images");
 }
 
-// The accepted and rejected fixtures, by file name.
+// The accepted and rejected fixtures, by file name: each NAME.expect stands beside the file it
+// describes, whose extension is the first three letters of NAME.
 std::vector<std::string> Fixtures()
 {
     std::vector<std::string> names;
     for (const auto & item : std::filesystem::directory_iterator(ImageFolder()))
-        if (item.path().extension() != ".expect")
-            names.push_back(item.path().filename().string());
+        if (item.path().extension() == ".expect")
+        {
+            const std::string stem = item.path().stem().string();
+            names.push_back(stem + "." + stem.substr(0, 3));
+        }
     return names;
 }
 
