@@ -249,7 +249,7 @@ Bitmap::RowConversion Bitmap::GetBlitter(Format source, bool blend) const
 bool Bitmap::Draw(const Bitmap & source, const Point & at, const Rect & area, const Rect & clip, bool blend)
 {
     const RowConversion convert = GetBlitter(source.format, blend);
-    if (format == Raw || !pixels || !source.pixels || !convert)
+    if (!BitmapRows::Converts(format) || !pixels || !source.pixels || !convert)
         return false;
     const Run x = ClipRun(at.x, area.x, area.width, clip.x, clip.width, width, source.width);
     const Run y = ClipRun(at.y, area.y, area.height, clip.y, clip.height, height, source.height);

@@ -1,11 +1,13 @@
-// The row operations of the bitmap formats. Pixels are read and written byte by byte in
-// little-endian order, so every target computes the same bytes; the compilers fold these into
-// plain loads and stores. Blending is integer arithmetic with shifts by 8: two channels share one
-// 32-bit multiply (red and blue 16 bits apart), and each channel's product stays below 2^16, so
-// the packed result is exactly the per-channel one.
+// The row operations of the bitmap formats. Blending is integer arithmetic with shifts by 8: two channels
+// share one 32-bit multiply (red and blue 16 bits apart), and each channel's product stays below 2^16, so the
+// packed result is exactly the per-channel one.
 #include "BitmapRows.h"
 
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace Kiv
 {
@@ -16,32 +18,45 @@ using Word = std::uint32_t;
 
 constexpr Word opaque = 0xFF000000u;
 
+// Every target is little-endian, so a pixel's bytes are its word as it stands in memory.
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "pixel words are read in little-endian order"
+#endif
+template <unsigned int size>
+inline Word Get(const Byte * p)
+{
+    Word v = 0;
+    std::memcpy(&v, p, size);
+    return v;
+}
+template <unsigned int size>
+inline void Put(Byte * p, Word v)
+{
+    std::memcpy(p, &v, size);
+}
 inline Word Get16(const Byte * p)
 {
-    return Word(p[0]) | Word(p[1]) << 8;
+    return Get<2>(p);
 }
 inline Word Get24(const Byte * p)
 {
-    return Word(p[0]) | Word(p[1]) << 8 | Word(p[2]) << 16;
+    return Get<3>(p);
 }
 inline Word Get32(const Byte * p)
 {
-    return Get24(p) | Word(p[3]) << 24;
+    return Get<4>(p);
 }
 inline void Put16(Byte * p, Word v)
 {
-    p[0] = Byte(v);
-    p[1] = Byte(v >> 8);
+    Put<2>(p, v);
 }
 inline void Put24(Byte * p, Word v)
 {
-    Put16(p, v);
-    p[2] = Byte(v >> 16);
+    Put<3>(p, v);
 }
 inline void Put32(Byte * p, Word v)
 {
-    Put24(p, v);
-    p[3] = Byte(v >> 24);
+    Put<4>(p, v);
 }
 
 // 5-6-5 to 8 bits per channel, the low bits left 0.
@@ -121,8 +136,184 @@ void Pack24To565(Byte * dst, const Byte * src, unsigned int n)
         Put16(dst, Pack565(Get24(src)));
 }
 
+#if defined(__SSE2__)
+// The row blends four or eight pixels at a time. Each lane computes exactly the scalar arithmetic
+// above, in 16-bit lanes whose products stay below 2^16; the scalar loops finish the rows.
+namespace Wide
+{
+inline __m128i Select(__m128i mask, __m128i yes, __m128i no)
+{
+    return _mm_or_si128(_mm_and_si128(mask, yes), _mm_andnot_si128(mask, no));
+}
+inline __m128i Scale16(__m128i x, __m128i weight)
+{
+    return _mm_srli_epi16(_mm_mullo_epi16(x, weight), 8);
+}
+// A weight per 32-bit pixel spread over the pixel's four 16-bit channels: pixels 0-1, then 2-3.
+inline __m128i SpreadLow(__m128i w)
+{
+    const __m128i both = _mm_or_si128(w, _mm_slli_epi32(w, 16));
+    return _mm_unpacklo_epi32(both, both);
+}
+inline __m128i SpreadHigh(__m128i w)
+{
+    const __m128i both = _mm_or_si128(w, _mm_slli_epi32(w, 16));
+    return _mm_unpackhi_epi32(both, both);
+}
+// Scale(d, k) + Scale(s, w) on every byte of four pixels; k + w <= 256, so no byte saturates.
+inline __m128i Mix(__m128i d, __m128i s, __m128i k, __m128i w)
+{
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i lo = _mm_add_epi16(Scale16(_mm_unpacklo_epi8(d, zero), SpreadLow(k)),
+                                     Scale16(_mm_unpacklo_epi8(s, zero), SpreadLow(w)));
+    const __m128i hi = _mm_add_epi16(Scale16(_mm_unpackhi_epi8(d, zero), SpreadHigh(k)),
+                                     Scale16(_mm_unpackhi_epi8(s, zero), SpreadHigh(w)));
+    return _mm_packus_epi16(lo, hi);
+}
+inline __m128i Over(__m128i d, __m128i s)
+{
+    const __m128i zero = _mm_setzero_si128(), ff = _mm_set1_epi32(255), c256 = _mm_set1_epi32(256);
+    const __m128i a = _mm_srli_epi32(s, 24), da = _mm_srli_epi32(d, 24);
+    const __m128i w0 = _mm_add_epi32(a, _mm_set1_epi32(1)), inverse = _mm_sub_epi32(ff, da);
+    const __m128i product = _mm_mullo_epi16(_mm_sub_epi32(c256, w0), inverse);
+    const __m128i covered =
+        _mm_and_si128(_mm_sub_epi32(zero, _mm_srli_epi32(_mm_add_epi32(product, ff), 8)), ff);
+    const __m128i opaqueDst = _mm_cmpeq_epi32(da, ff);
+    const __m128i w = Select(opaqueDst, w0, _mm_srli_epi32(_mm_add_epi32(w0, inverse), 1));
+    const __m128i alpha = Select(opaqueDst, ff, covered);
+    const __m128i mixed =
+        _mm_or_si128(_mm_and_si128(Mix(d, s, _mm_sub_epi32(c256, w), w), _mm_set1_epi32(0xFFFFFF)),
+                     _mm_slli_epi32(alpha, 24));
+    const __m128i takeSource = _mm_or_si128(_mm_cmpeq_epi32(a, ff), _mm_cmpeq_epi32(da, zero));
+    return Select(_mm_cmpeq_epi32(a, zero), d, Select(takeSource, s, mixed));
+}
+// A row may be blended onto itself; lanes read ahead of the scalar order only where the
+// destination trails its source.
+inline bool Safe(const Byte * dst, const Byte * src, unsigned int n, unsigned int srcSize)
+{
+    const auto d = reinterpret_cast<std::uintptr_t>(dst), s = reinterpret_cast<std::uintptr_t>(src);
+    return d <= s || d >= s + std::uintptr_t(n) * srcSize;
+}
+// Whether four source pixels are all transparent, all opaque, or neither: sprites are mostly
+// made of the first two, which need no arithmetic.
+enum Coverage
+{
+    Clear,
+    Opaque,
+    Partial
+};
+inline Coverage Cover(__m128i s)
+{
+    const __m128i alphas = _mm_and_si128(s, _mm_set1_epi32(int(opaque)));
+    if (_mm_movemask_epi8(_mm_cmpeq_epi32(alphas, _mm_setzero_si128())) == 0xFFFF)
+        return Clear;
+    return _mm_movemask_epi8(_mm_cmpeq_epi32(alphas, _mm_set1_epi32(int(opaque)))) == 0xFFFF ? Opaque
+                                                                                             : Partial;
+}
+inline __m128i Load(const Byte * p)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+}
+inline void Store(Byte * p, __m128i v)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p), v);
+}
+
+unsigned int Over32(Byte *& dst, const Byte *& src, unsigned int n)
+{
+    if (!Safe(dst, src, n, 4))
+        return n;
+    for (; n >= 4; n -= 4, dst += 16, src += 16)
+    {
+        const __m128i s = Load(src);
+        const Coverage coverage = Cover(s);
+        if (coverage != Clear)
+            Store(dst, coverage == Opaque ? s : Over(Load(dst), s));
+    }
+    return n;
+}
+// Four 3-byte pixels from the first 12 of 16 bytes, one per 32-bit lane, and back (the fourth byte
+// of each lane dropped).
+inline __m128i Unpack24(__m128i x)
+{
+    const __m128i low = _mm_unpacklo_epi32(x, _mm_srli_si128(x, 3));
+    const __m128i high = _mm_unpacklo_epi32(_mm_srli_si128(x, 6), _mm_srli_si128(x, 9));
+    return _mm_and_si128(_mm_unpacklo_epi64(low, high), _mm_set1_epi32(0xFFFFFF));
+}
+inline __m128i Pack24(__m128i v)
+{
+    const __m128i lane = _mm_setr_epi32(0xFFFFFF, 0, 0, 0);
+    return _mm_or_si128(
+        _mm_or_si128(_mm_and_si128(v, lane), _mm_srli_si128(_mm_and_si128(v, _mm_slli_si128(lane, 4)), 1)),
+        _mm_or_si128(_mm_srli_si128(_mm_and_si128(v, _mm_slli_si128(lane, 8)), 2),
+                     _mm_srli_si128(_mm_and_si128(v, _mm_slli_si128(lane, 12)), 3)));
+}
+unsigned int Blend32To24(Byte *& dst, const Byte *& src, unsigned int n)
+{
+    if (!Safe(dst, src, n, 4))
+        return n;
+    const __m128i ff = _mm_set1_epi32(255), zero = _mm_setzero_si128();
+    // Sixteen bytes are loaded for twelve: at least six pixels remain, so they lie inside the row.
+    // Twelve are stored, as a wider store would stall the next, overlapping load.
+    for (; n >= 6; n -= 4, dst += 12, src += 16)
+    {
+        const __m128i s = Load(src), a = _mm_srli_epi32(s, 24);
+        const Coverage coverage = Cover(s);
+        if (coverage == Clear)
+            continue;
+        __m128i result = s;
+        if (coverage == Partial)
+        {
+            const __m128i d = Unpack24(Load(dst));
+            const __m128i mixed = Mix(d, s, _mm_sub_epi32(ff, a), _mm_add_epi32(a, _mm_set1_epi32(1)));
+            result = Select(_mm_cmpeq_epi32(a, zero), d, mixed);
+        }
+        const __m128i packed = Pack24(result);
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(dst), packed);
+        Put32(dst + 8, Word(_mm_cvtsi128_si32(_mm_srli_si128(packed, 8))));
+    }
+    return n;
+}
+// Channel c (shifted down by `shift`, `mask` wide) of eight 32-bit pixels as 16-bit lanes.
+inline __m128i Channel(__m128i s0, __m128i s1, int shift, int mask)
+{
+    const __m128i m = _mm_set1_epi32(mask);
+    return _mm_packs_epi32(_mm_and_si128(_mm_srl_epi32(s0, _mm_cvtsi32_si128(shift)), m),
+                           _mm_and_si128(_mm_srl_epi32(s1, _mm_cvtsi32_si128(shift)), m));
+}
+unsigned int Blend32To565(Byte *& dst, const Byte *& src, unsigned int n)
+{
+    if (!Safe(dst, src, n, 4))
+        return n;
+    const __m128i ff = _mm_set1_epi16(255), m5 = _mm_set1_epi16(31), m6 = _mm_set1_epi16(63);
+    for (; n >= 8; n -= 8, dst += 16, src += 32)
+    {
+        const __m128i s0 = Load(src), s1 = Load(src + 16), d = Load(dst);
+        const __m128i a = Channel(s0, s1, 24, 255), w = _mm_add_epi16(a, _mm_set1_epi16(1)),
+                      k = _mm_sub_epi16(ff, a);
+        const __m128i r =
+            _mm_add_epi16(Scale16(_mm_srli_epi16(d, 11), k), Scale16(Channel(s0, s1, 19, 31), w));
+        const __m128i g = _mm_add_epi16(Scale16(_mm_and_si128(_mm_srli_epi16(d, 5), m6), k),
+                                        Scale16(Channel(s0, s1, 10, 63), w));
+        const __m128i b = _mm_add_epi16(Scale16(_mm_and_si128(d, m5), k), Scale16(Channel(s0, s1, 3, 31), w));
+        const __m128i p = _mm_or_si128(_mm_or_si128(_mm_slli_epi16(r, 11), _mm_slli_epi16(g, 5)), b);
+        Store(dst, Select(_mm_cmpeq_epi16(a, _mm_setzero_si128()), d, p));
+    }
+    return n;
+}
+} // namespace Wide
+#endif
+
+// The rows that the wide forms leave, or whole rows where they are missing.
+#if defined(__SSE2__)
+#define KIV_WIDE(name) n = Wide::name(dst, src, n)
+#else
+#define KIV_WIDE(name)
+#endif
+
 void Over32(Byte * dst, const Byte * src, unsigned int n)
 {
+    KIV_WIDE(Over32);
     for (; n; --n, dst += 4, src += 4)
     {
         const Word s = Get32(src);
@@ -135,6 +326,7 @@ void Over32(Byte * dst, const Byte * src, unsigned int n)
 }
 void Blend32To24(Byte * dst, const Byte * src, unsigned int n)
 {
+    KIV_WIDE(Blend32To24);
     for (; n; --n, dst += 3, src += 4)
     {
         const Word s = Get32(src);
@@ -147,6 +339,7 @@ void Blend32To24(Byte * dst, const Byte * src, unsigned int n)
 }
 void Blend32To565(Byte * dst, const Byte * src, unsigned int n)
 {
+    KIV_WIDE(Blend32To565);
     for (; n; --n, dst += 2, src += 4)
     {
         const Word s = Get32(src);

@@ -16,5 +16,10 @@ inline bool Known(unsigned int format)
 {
     return format <= Bitmap::Raw;
 }
+// True for the formats whose pixels the conversions write: not Indexed8, Raw or unknown values.
+inline bool Converts(unsigned int format)
+{
+    return format >= Bitmap::RGB24 && format <= Bitmap::RGB565;
+}
 } // namespace BitmapRows
 } // namespace Kiv

@@ -1,5 +1,5 @@
 // Decoding a 2048 x 2048 JPEG (4:2:0, quality 90, baseline and progressive) into a new 32-bit
-// image: the bitmap's JPEG loader from memory against stb_image and libjpeg-turbo's TurboJPEG
+// image: Bitmap::Load of a memory file against stb_image and libjpeg-turbo's TurboJPEG
 // API called directly (BGRX rows). Each allocates its own output, as a loader does. The picture
 // is made by TurboJPEG's encoder from smooth shading, edges and a little noise, like a photograph.
 #include "Bitmap.h"
@@ -67,13 +67,6 @@ const std::vector<unsigned char> & Jpeg(bool progressive)
     return progressive ? stepped : baseline;
 }
 
-// LoadJPG is the loader Load hands a JPEG file to, once the file is in memory.
-class Loader : public Kiv::Bitmap
-{
-public:
-    using Kiv::Bitmap::LoadJPG;
-};
-
 template <bool progressive>
 void DecodeKiv(benchmark::State & state)
 {
@@ -81,8 +74,9 @@ void DecodeKiv(benchmark::State & state)
     for (auto _ : state)
     {
         Kiv::MemoryFile file(jpeg.data(), static_cast<unsigned>(jpeg.size()));
-        Loader bitmap;
-        if (!bitmap.LoadJPG(file))
+        file.SetName("picture.jpg");
+        Kiv::Bitmap bitmap;
+        if (!bitmap.Load(file))
             state.SkipWithError("Kiv refused the picture");
         benchmark::DoNotOptimize(bitmap.GetPtr());
     }

@@ -8,10 +8,10 @@ packages() {
     main)  echo cmake ninja-build g++ googletest libjpeg62-turbo-dev ;;
     test)  echo cmake ninja-build g++ googletest libjpeg62-turbo-dev g++-multilib qemu-user \
                 g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 \
-                libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev ;;
+                libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev python3-pil ;;
     bench) echo cmake ninja-build g++ python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \
                 libgoogle-perftools-dev libeigen3-dev zlib1g-dev liblz4-dev libzstd-dev \
-                libphysfs-dev zip libjpeg62-turbo-dev libturbojpeg0-dev libstb-dev ;;
+                libphysfs-dev zip libpixman-1-dev libstb-dev libjpeg62-turbo-dev libturbojpeg0-dev ;;
     *) echo "unknown group $1" >&2; exit 2 ;;
   esac
 }

@@ -1,25 +1,17 @@
-// Loads the input as a JPEG file held in memory, through the loader Bitmap::Load hands JPEG files
-// to. A stream the loader takes must give a whole opaque XRGB32 image of a size the bitmap allows.
+// Loads the input as a JPEG file held in memory. A stream the loader takes must give a whole
+// opaque XRGB32 image of a size the bitmap allows; one it refuses leaves the bitmap empty.
 #include "Bitmap.h"
 #include "MemoryFile.h"
 
 #include <cstdint>
 #include <cstdlib>
 
-namespace
-{
-class Loader : public Kiv::Bitmap
-{
-public:
-    using Kiv::Bitmap::LoadJPG;
-};
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t * data, size_t size)
 {
     Kiv::MemoryFile file(data, static_cast<unsigned int>(size));
-    Loader bitmap;
-    if (!bitmap.LoadJPG(file))
+    file.SetName("fuzz.jpg");
+    Kiv::Bitmap bitmap;
+    if (!bitmap.Load(file))
     {
         if (bitmap.IsValid())
             abort();

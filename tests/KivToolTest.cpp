@@ -1,6 +1,7 @@
 // The kiv tool run as a user runs it: a real directory tree packed, listed, extracted and compared
 // byte for byte, plain and compressed, and the error paths with their messages and exit codes.
 #include "BPE.h"
+#include "Bitmap.h"
 #include "File.h"
 #include "PString.h"
 #include "TestSupport.h"
@@ -9,6 +10,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -266,5 +268,36 @@ TEST(KivTool, ErrorsNameTheFileAndTheReason)
     EXPECT_NE(std::string::npos, help.out.find("decompress"));
     for (const std::vector<std::string> & words :
          {std::vector<std::string>{"unpack"}, {"list", "--fast", "a"}})
+        EXPECT_EQ(2, RunKiv(dir, words).code) << words.back();
+}
+
+TEST(KivTool, ImageInfoAndConvert)
+{
+    TempDir dir;
+    const std::string images = TestSupport::DataFile("images") + "/";
+    const Outcome info =
+        RunKiv(dir, {"img", "info", images + "tga-p8.tga", images + "bmp-rgba32.bmp", dir / "no.pcx"});
+    EXPECT_EQ(1, info.code);
+    EXPECT_EQ((std::vector<std::string>{"12x7 Indexed8  " + images + "tga-p8.tga",
+                                        "8x4 XRGB32    " + images + "bmp-rgba32.bmp"}),
+              Lines(info.out));
+    EXPECT_NE(std::string::npos, info.err.find("no.pcx")) << info.err;
+
+    // An opaque image becomes a 32-bit TGA or a 24-bit BMP of the same pixels.
+    Kiv::Bitmap source, converted;
+    ASSERT_TRUE(source.Load(Kiv::PString((images + "pcx-p8.pcx").c_str()), Kiv::PString()));
+    for (const char * name : {"out.tga", "out.bmp"})
+    {
+        const Outcome convert = RunKiv(dir, {"img", "convert", images + "pcx-p8.pcx", dir / name});
+        ASSERT_EQ(0, convert.code) << convert.err;
+        ASSERT_TRUE(converted.Load(Kiv::PString((dir / name).c_str()), Kiv::PString()));
+        EXPECT_EQ(std::string(name) == "out.tga" ? Kiv::Bitmap::ARGB32 : Kiv::Bitmap::XRGB32,
+                  converted.GetFormat());
+        EXPECT_EQ(0, memcmp(source.GetPtr(), converted.GetPtr(), source.GetNumBytes())) << name;
+    }
+    ExpectFails(dir, {"img", "convert", images + "tga-rle24.tga", dir / "x.bmp"}, "tga-rle24.tga");
+    ExpectFails(dir, {"img", "convert", images + "tga-p8.tga", dir / "x.png"}, "x.png");
+    for (const std::vector<std::string> & words :
+         {std::vector<std::string>{"img", "convert", "a.tga"}, {"img", "scale", "a.tga"}, {"img"}})
         EXPECT_EQ(2, RunKiv(dir, words).code) << words.back();
 }

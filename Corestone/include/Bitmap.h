@@ -14,6 +14,7 @@
 
 namespace Kiv
 {
+class File;
 class MemoryFile;
 class PString;
 
@@ -147,7 +148,12 @@ public:
 
     // Image files, chosen by the name's extension: TGA, BMP, PCX and JPEG are read; TGA and BMP
     // are written.
+    // The directory, when given, is the substitution the name is opened through.
     bool Load(const PString & name, const PString & directory, bool keepPalette = false);
+    // The same from a file open for reading, or from a memory file, whose name picks the kind. A
+    // memory file is read from its start and closed once loaded.
+    bool Load(File & file, bool keepPalette = false);
+    bool Load(MemoryFile & file, bool keepPalette = false);
     bool Save(const char * name) const;
     static bool GetInfo(const char * name, Format & format, unsigned long & width, unsigned long & height);
 
