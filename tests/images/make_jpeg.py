@@ -14,6 +14,7 @@ Usage: make_jpeg.py DIR           writes the fixtures into DIR
 """
 import io
 import os
+import struct
 import sys
 
 from PIL import Image
@@ -50,6 +51,28 @@ def saved(image, **options):
     return out.getvalue()
 
 
+def segment(marker, body):
+    return bytes((0xFF, marker)) + struct.pack(">H", len(body) + 2) + body
+
+
+def restart_intervals():
+    """A grey 32 x 8 picture of four blocks, one restart interval each, put together here since
+    no encoder at hand writes restart markers. Its Huffman tables hold one code each, a single
+    bit: DC category 5 and the end of block. Every block steps its DC by +31 or -31 from 0, the
+    value a decoder starts again from after each restart marker, so the blocks alternate."""
+    tables = bytes([0x00, 1] + [0] * 15 + [5]) + bytes([0x10, 1] + [0] * 15 + [0])
+    head = (segment(0xDB, bytes([0] + [4] * 64)) +
+            segment(0xC0, bytes([8]) + struct.pack(">HH", 8, 32) + bytes([1, 1, 0x11, 0])) +
+            segment(0xC4, tables) + segment(0xDD, struct.pack(">H", 1)) +
+            segment(0xDA, bytes([1, 1, 0x00, 0, 63, 0])))
+    # DC code 0, the five bits of +31 (11111) or -31 (00000), end of block 0, a padding 1 bit.
+    blocks = [0x7D, 0x01, 0x7D, 0x01]
+    coded = bytes([blocks[0]])
+    for i, block in enumerate(blocks[1:]):
+        coded += bytes((0xFF, 0xD0 + i, block))
+    return b"\xFF\xD8" + head + coded + b"\xFF\xD9"
+
+
 def decoded(data):
     image = Image.open(io.BytesIO(data))
     image.load()
@@ -67,6 +90,7 @@ def fixtures():
     yield "jpeg-progressive", saved(picture("RGB", 48, 40), quality=80, progressive=True,
                                     optimize=True), True
     yield "jpeg-grey", saved(picture("L", 31, 19, True), quality=90), True
+    yield "jpeg-restart", restart_intervals(), True
     yield "jpeg-cmyk", saved(picture("CMYK", 16, 8), quality=90), False
 
 
