@@ -187,6 +187,15 @@ inline __m128i Over(__m128i d, __m128i s)
     const __m128i takeSource = _mm_or_si128(_mm_cmpeq_epi32(a, ff), _mm_cmpeq_epi32(da, zero));
     return Select(_mm_cmpeq_epi32(a, zero), d, Select(takeSource, s, mixed));
 }
+// Over a destination of four opaque pixels, a frame's usual case: the weight is a + 1 and alpha
+// stays 255, and an opaque source leaves the mix unchanged (weights 0 and 256).
+inline __m128i OverOpaque(__m128i d, __m128i s)
+{
+    const __m128i a = _mm_srli_epi32(s, 24), w = _mm_add_epi32(a, _mm_set1_epi32(1));
+    const __m128i mixed =
+        _mm_or_si128(Mix(d, s, _mm_sub_epi32(_mm_set1_epi32(256), w), w), _mm_set1_epi32(int(opaque)));
+    return Select(_mm_cmpeq_epi32(a, _mm_setzero_si128()), d, mixed);
+}
 // A row may be blended onto itself; lanes read ahead of the scalar order only where the
 // destination trails its source.
 inline bool Safe(const Byte * dst, const Byte * src, unsigned int n, unsigned int srcSize)
@@ -194,8 +203,8 @@ inline bool Safe(const Byte * dst, const Byte * src, unsigned int n, unsigned in
     const auto d = reinterpret_cast<std::uintptr_t>(dst), s = reinterpret_cast<std::uintptr_t>(src);
     return d <= s || d >= s + std::uintptr_t(n) * srcSize;
 }
-// Whether four source pixels are all transparent, all opaque, or neither: sprites are mostly
-// made of the first two, which need no arithmetic.
+// Whether four pixels are all transparent, all opaque, or neither: sprites are mostly made of
+// the first two, which need no arithmetic, and frames of the second.
 enum Coverage
 {
     Clear,
@@ -228,7 +237,10 @@ unsigned int Over32(Byte *& dst, const Byte *& src, unsigned int n)
         const __m128i s = Load(src);
         const Coverage coverage = Cover(s);
         if (coverage != Clear)
-            Store(dst, coverage == Opaque ? s : Over(Load(dst), s));
+        {
+            const __m128i d = Load(dst);
+            Store(dst, coverage == Opaque ? s : Cover(d) == Opaque ? OverOpaque(d, s) : Over(d, s));
+        }
     }
     return n;
 }
