@@ -314,54 +314,53 @@ unsigned int Blend32To565(Byte *& dst, const Byte *& src, unsigned int n)
     return n;
 }
 } // namespace Wide
-#endif
-
-// The rows that the wide forms leave, or whole rows where they are missing.
-#if defined(__SSE2__)
-#define KIV_WIDE(name) n = Wide::name(dst, src, n)
 #else
-#define KIV_WIDE(name)
+namespace Wide
+{
+inline unsigned int None(Byte *&, const Byte *&, unsigned int n)
+{
+    return n;
+}
+constexpr auto Over32 = None, Blend32To24 = None, Blend32To565 = None;
+} // namespace Wide
 #endif
 
-void Over32(Byte * dst, const Byte * src, unsigned int n)
+// One pixel of each row blend: an opaque source converted to the destination's layout, and the
+// mix of a source whose alpha is 1 to 254 with the destination.
+inline Word Same(Word s)
 {
-    KIV_WIDE(Over32);
-    for (; n; --n, dst += 4, src += 4)
+    return s;
+}
+inline Word Mix24(Word d, Word s)
+{
+    const Word a = s >> 24;
+    return Scale(d, 255 - a) + Scale(s, a + 1);
+}
+inline Word Mix565(Word d, Word s)
+{
+    const Word a = s >> 24;
+    return Mix565(d, s, 255 - a, a + 1);
+}
+
+// The row blends: a transparent source pixel leaves the destination as it is. The wide form
+// takes what it can of the row and leaves the rest to the pixel loop.
+template <unsigned int size, Word (*opaqueForm)(Word), Word (*mix)(Word, Word),
+          unsigned int (*wide)(Byte *&, const Byte *&, unsigned int)>
+void BlendRow(Byte * dst, const Byte * src, unsigned int n)
+{
+    for (n = wide(dst, src, n); n; --n, dst += size, src += 4)
     {
         const Word s = Get32(src);
         const Word a = s >> 24;
         if (a == 255)
-            Put32(dst, s);
+            Put<size>(dst, opaqueForm(s));
         else if (a != 0)
-            Put32(dst, Over(Get32(dst), s));
+            Put<size>(dst, mix(Get<size>(dst), s));
     }
 }
-void Blend32To24(Byte * dst, const Byte * src, unsigned int n)
-{
-    KIV_WIDE(Blend32To24);
-    for (; n; --n, dst += 3, src += 4)
-    {
-        const Word s = Get32(src);
-        const Word a = s >> 24;
-        if (a == 255)
-            Put24(dst, s);
-        else if (a != 0)
-            Put24(dst, Scale(Get24(dst), 255 - a) + Scale(s, a + 1));
-    }
-}
-void Blend32To565(Byte * dst, const Byte * src, unsigned int n)
-{
-    KIV_WIDE(Blend32To565);
-    for (; n; --n, dst += 2, src += 4)
-    {
-        const Word s = Get32(src);
-        const Word a = s >> 24;
-        if (a == 255)
-            Put16(dst, Pack565(s));
-        else if (a != 0)
-            Put16(dst, Mix565(Get16(dst), s, 255 - a, a + 1));
-    }
-}
+constexpr auto Over32 = BlendRow<4, Same, Over, Wide::Over32>;
+constexpr auto Blend32To24 = BlendRow<3, Same, Mix24, Wide::Blend32To24>;
+constexpr auto Blend32To565 = BlendRow<2, Pack565, Mix565, Wide::Blend32To565>;
 
 void Store32(Byte * dst, PackedColor colour, unsigned int n, unsigned int stride)
 {
