@@ -187,14 +187,27 @@ inline __m128i Over(__m128i d, __m128i s)
     const __m128i takeSource = _mm_or_si128(_mm_cmpeq_epi32(a, ff), _mm_cmpeq_epi32(da, zero));
     return Select(_mm_cmpeq_epi32(a, zero), d, Select(takeSource, s, mixed));
 }
+// Scale(d, 256 - w) + Scale(s, w) on the channels of two pixels in 16-bit lanes, w being a + 1
+// from each source pixel's alpha a, or 0 where a is 0, which keeps the destination exactly.
+inline __m128i MixByAlpha16(__m128i d, __m128i s)
+{
+    const __m128i a = _mm_shufflehi_epi16(_mm_shufflelo_epi16(s, 0xFF), 0xFF);
+    const __m128i w =
+        _mm_add_epi16(_mm_add_epi16(a, _mm_set1_epi16(1)), _mm_cmpeq_epi16(a, _mm_setzero_si128()));
+    return _mm_add_epi16(Scale16(d, _mm_sub_epi16(_mm_set1_epi16(256), w)), Scale16(s, w));
+}
+// The same for four pixels: the 24-bit blend, and the 32-bit one over opaque pixels.
+inline __m128i MixByAlpha(__m128i d, __m128i s)
+{
+    const __m128i zero = _mm_setzero_si128();
+    return _mm_packus_epi16(MixByAlpha16(_mm_unpacklo_epi8(d, zero), _mm_unpacklo_epi8(s, zero)),
+                            MixByAlpha16(_mm_unpackhi_epi8(d, zero), _mm_unpackhi_epi8(s, zero)));
+}
 // Over a destination of four opaque pixels, a frame's usual case: the weight is a + 1 and alpha
 // stays 255, and an opaque source leaves the mix unchanged (weights 0 and 256).
 inline __m128i OverOpaque(__m128i d, __m128i s)
 {
-    const __m128i a = _mm_srli_epi32(s, 24), w = _mm_add_epi32(a, _mm_set1_epi32(1));
-    const __m128i mixed =
-        _mm_or_si128(Mix(d, s, _mm_sub_epi32(_mm_set1_epi32(256), w), w), _mm_set1_epi32(int(opaque)));
-    return Select(_mm_cmpeq_epi32(a, _mm_setzero_si128()), d, mixed);
+    return _mm_or_si128(MixByAlpha(d, s), _mm_set1_epi32(int(opaque)));
 }
 // A row may be blended onto itself; lanes read ahead of the scalar order only where the
 // destination trails its source.
@@ -264,21 +277,18 @@ unsigned int Blend32To24(Byte *& dst, const Byte *& src, unsigned int n)
 {
     if (!Safe(dst, src, n, 4))
         return n;
-    const __m128i ff = _mm_set1_epi32(255), zero = _mm_setzero_si128();
     // Sixteen bytes are loaded for twelve: at least six pixels remain, so they lie inside the row.
     // Twelve are stored, as a wider store would stall the next, overlapping load.
     for (; n >= 6; n -= 4, dst += 12, src += 16)
     {
-        const __m128i s = Load(src), a = _mm_srli_epi32(s, 24);
+        const __m128i s = Load(src);
         const Coverage coverage = Cover(s);
         if (coverage == Clear)
             continue;
         __m128i result = s;
         if (coverage == Partial)
         {
-            const __m128i d = Unpack24(Load(dst));
-            const __m128i mixed = Mix(d, s, _mm_sub_epi32(ff, a), _mm_add_epi32(a, _mm_set1_epi32(1)));
-            result = Select(_mm_cmpeq_epi32(a, zero), d, mixed);
+            result = MixByAlpha(Unpack24(Load(dst)), s);
         }
         const __m128i packed = Pack24(result);
         _mm_storel_epi64(reinterpret_cast<__m128i *>(dst), packed);
