@@ -187,13 +187,17 @@ inline __m128i Over(__m128i d, __m128i s)
     const __m128i takeSource = _mm_or_si128(_mm_cmpeq_epi32(a, ff), _mm_cmpeq_epi32(da, zero));
     return Select(_mm_cmpeq_epi32(a, zero), d, Select(takeSource, s, mixed));
 }
-// Scale(d, 256 - w) + Scale(s, w) on the channels of two pixels in 16-bit lanes, w being a + 1
-// from each source pixel's alpha a, or 0 where a is 0, which keeps the destination exactly.
+// The source weight of the blends for 16-bit alphas a: a + 1, or 0 where a is 0, so that the
+// destination weight 256 - w keeps the destination exactly.
+inline __m128i Weight16(__m128i a)
+{
+    return _mm_add_epi16(_mm_add_epi16(a, _mm_set1_epi16(1)), _mm_cmpeq_epi16(a, _mm_setzero_si128()));
+}
+// Scale(d, 256 - w) + Scale(s, w) on the channels of two pixels in 16-bit lanes, with the weight
+// of each source pixel's alpha.
 inline __m128i MixByAlpha16(__m128i d, __m128i s)
 {
-    const __m128i a = _mm_shufflehi_epi16(_mm_shufflelo_epi16(s, 0xFF), 0xFF);
-    const __m128i w =
-        _mm_add_epi16(_mm_add_epi16(a, _mm_set1_epi16(1)), _mm_cmpeq_epi16(a, _mm_setzero_si128()));
+    const __m128i w = Weight16(_mm_shufflehi_epi16(_mm_shufflelo_epi16(s, 0xFF), 0xFF));
     return _mm_add_epi16(Scale16(d, _mm_sub_epi16(_mm_set1_epi16(256), w)), Scale16(s, w));
 }
 // The same for four pixels: the 24-bit blend, and the 32-bit one over opaque pixels.
@@ -307,19 +311,17 @@ unsigned int Blend32To565(Byte *& dst, const Byte *& src, unsigned int n)
 {
     if (!Safe(dst, src, n, 4))
         return n;
-    const __m128i ff = _mm_set1_epi16(255), m5 = _mm_set1_epi16(31), m6 = _mm_set1_epi16(63);
+    const __m128i m5 = _mm_set1_epi16(31), m6 = _mm_set1_epi16(63);
     for (; n >= 8; n -= 8, dst += 16, src += 32)
     {
         const __m128i s0 = Load(src), s1 = Load(src + 16), d = Load(dst);
-        const __m128i a = Channel(s0, s1, 24, 255), w = _mm_add_epi16(a, _mm_set1_epi16(1)),
-                      k = _mm_sub_epi16(ff, a);
+        const __m128i w = Weight16(Channel(s0, s1, 24, 255)), k = _mm_sub_epi16(_mm_set1_epi16(256), w);
         const __m128i r =
             _mm_add_epi16(Scale16(_mm_srli_epi16(d, 11), k), Scale16(Channel(s0, s1, 19, 31), w));
         const __m128i g = _mm_add_epi16(Scale16(_mm_and_si128(_mm_srli_epi16(d, 5), m6), k),
                                         Scale16(Channel(s0, s1, 10, 63), w));
         const __m128i b = _mm_add_epi16(Scale16(_mm_and_si128(d, m5), k), Scale16(Channel(s0, s1, 3, 31), w));
-        const __m128i p = _mm_or_si128(_mm_or_si128(_mm_slli_epi16(r, 11), _mm_slli_epi16(g, 5)), b);
-        Store(dst, Select(_mm_cmpeq_epi16(a, _mm_setzero_si128()), d, p));
+        Store(dst, _mm_or_si128(_mm_or_si128(_mm_slli_epi16(r, 11), _mm_slli_epi16(g, 5)), b));
     }
     return n;
 }
