@@ -20,17 +20,23 @@ struct Run
     std::int64_t count = 0;
 };
 
-// The offsets k of the area (area position a, length n) drawn at `at` that land inside the clip
-// span and the destination and come from inside the source. 64-bit, so no rectangle overflows.
+// One axis of an area copy. The destination span is the clip span met with the area placed at
+// `at`; the source span is the area met with the source. A negative area start moves the
+// destination start on by as much while the source start follows the destination's, so such an
+// area reads from its own offset rather than from the source's edge. The run is then held inside
+// both pixel blocks. 64-bit, so no rectangle overflows.
 Run ClipRun(std::int64_t at, std::int64_t a, std::int64_t n, std::int64_t clip, std::int64_t clipLength,
             std::int64_t dstLength, std::int64_t srcLength)
 {
-    const std::int64_t lo = std::max({std::int64_t{0}, clip - at, -at, -a});
-    const std::int64_t hi = std::min({n, clip + clipLength - at, dstLength - at, srcLength - a});
-    Run run;
-    if (hi > lo)
-        run = Run{at + lo, a + lo, hi - lo};
-    return run;
+    const std::int64_t dLow = std::max(clip, at), dHigh = std::min(clip + clipLength, at + n);
+    const std::int64_t sLow = std::max(a, std::int64_t{0}), sHigh = std::min(a + n, srcLength);
+    if (dHigh <= dLow || sHigh <= sLow)
+        return Run{};
+    const std::int64_t dst = dLow + std::max(-a, std::int64_t{0});
+    const std::int64_t src = sLow + dst - at;
+    const std::int64_t lo = std::max({std::int64_t{0}, -dst, -src});
+    const std::int64_t hi = std::min({dHigh - dLow, sHigh - sLow, dstLength - dst, srcLength - src});
+    return hi > lo ? Run{dst + lo, src + lo, hi - lo} : Run{};
 }
 
 // A bitmap on the heap without the throwing operator new: image routines never throw.

