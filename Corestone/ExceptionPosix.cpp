@@ -108,4 +108,34 @@ Fault ReadFault(const void * record)
         std::snprintf(fault.module, sizeof fault.module, "%s", where.dli_fname);
     return fault;
 }
+
+// dladdr knows only the symbols a module exports: the start of a static function, or of any
+// function of a program linked without exporting its symbols, is left unknown (0), so the frame's
+// offset is then its offset into the module, which is what `kiv crash` resolves.
+bool FrameAt(uintptr_t address, StackFrame & frame)
+{
+    Dl_info where;
+    if (address == 0 || !dladdr(reinterpret_cast<void *>(address), &where) || !where.dli_fbase)
+        return false;
+    const uintptr_t base = reinterpret_cast<uintptr_t>(where.dli_fbase);
+    frame.offset = uint32_t(address - base);
+    frame.functionStart = where.dli_saddr ? uint32_t(reinterpret_cast<uintptr_t>(where.dli_saddr) - base) : 0;
+    std::snprintf(frame.module, sizeof frame.module, "%s", where.dli_fname ? where.dli_fname : "");
+    return true;
+}
+
+bool WalkStack(const void * record, FrameSink sink, void * listing)
+{
+    const auto & signal = *static_cast<const HardwareException::SignalRecord *>(record);
+    if (!signal.context)
+        return false;
+    const greg_t * r = static_cast<const ucontext_t *>(signal.context)->uc_mcontext.gregs;
+#if defined(__x86_64__)
+    return WalkFramePointers(uintptr_t(r[REG_RIP]), uintptr_t(r[REG_RBP]), uintptr_t(r[REG_RSP]), sink, listing);
+#elif defined(__i386__)
+    return WalkFramePointers(uintptr_t(r[REG_EIP]), uintptr_t(r[REG_EBP]), uintptr_t(r[REG_ESP]), sink, listing);
+#else
+    return false;
+#endif
+}
 } // namespace Kiv
