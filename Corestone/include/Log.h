@@ -45,6 +45,9 @@ public:
     static void SetStartTime(double seconds);
 
     static bool disabled;
+
+private:
+    static void OpenFile(const char * name, int encoding, const char * banner);
 };
 
 class KIV_API LogClient
