@@ -104,7 +104,8 @@ bool WalkFramePointers(uintptr_t ip, uintptr_t fp, uintptr_t sp, FrameSink sink,
     while (fp >= chainEnd)
     {
         uintptr_t link[2]; // the caller's frame pointer, then the return address
-        if (fp % sizeof(uintptr_t) != 0 || fp < sp || !Debugger::IsReadValid(reinterpret_cast<void *>(fp), sizeof link))
+        if (fp % sizeof(uintptr_t) != 0 || fp < sp ||
+            !Debugger::IsReadValid(reinterpret_cast<void *>(fp), sizeof link))
             return false;
         std::memcpy(link, reinterpret_cast<void *>(fp), sizeof link);
         if (link[1] == 0)

@@ -175,11 +175,12 @@ const char * Report(const Exception & exception)
 {
     if (exception.IsHardwareException())
         return exception.Description();
-    int written = std::snprintf(reportText, sizeof reportText,
-                                "Version: Kiv v%s Build %s.%s\r\nReason: %s\r\nClass: %s\r\nLine: %d\r\nFile: %s\r\n",
-                                BuildVersion::GetKivBuildString(), BuildVersion::GetKivBuildVersionString(),
-                                BuildVersion::GetKivBuildChangeNumString(), exception.Reason(), exception.Class(),
-                                exception.Line(), exception.File() ? exception.File() : "");
+    int written =
+        std::snprintf(reportText, sizeof reportText,
+                      "Version: Kiv v%s Build %s.%s\r\nReason: %s\r\nClass: %s\r\nLine: %d\r\nFile: %s\r\n",
+                      BuildVersion::GetKivBuildString(), BuildVersion::GetKivBuildVersionString(),
+                      BuildVersion::GetKivBuildChangeNumString(), exception.Reason(), exception.Class(),
+                      exception.Line(), exception.File() ? exception.File() : "");
     if (written < 0 || size_t(written) >= sizeof reportText)
         return "Problem creating exception report";
     std::snprintf(reportText + written, sizeof reportText - written, "%s", exception.Description());
@@ -217,7 +218,8 @@ int AskUser(Exception & exception)
     if (answer >= 0)
         return answer;
     char text[80];
-    std::snprintf(text, sizeof text, "An error occurred trying to display the fatal error window! (%d)", stage);
+    std::snprintf(text, sizeof text, "An error occurred trying to display the fatal error window! (%d)",
+                  stage);
     LogError("%s", text);
     return 1;
 }

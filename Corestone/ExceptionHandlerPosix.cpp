@@ -43,7 +43,8 @@ public:
         stack_t current{};
         if (sigaltstack(nullptr, &current) != 0 || !(current.ss_flags & SS_DISABLE))
             return; // the thread has one already
-        void * memory = mmap(nullptr, altStackSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        void * memory =
+            mmap(nullptr, altStackSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (memory == MAP_FAILED)
             return;
         stack_t mine{};
@@ -192,7 +193,8 @@ int AskWithSdl(const char * report, int & stage)
         return -1;
     using Show = int (*)(const MessageBoxData *, int *);
     auto show = reinterpret_cast<Show>(dlsym(sdl, "SDL_ShowMessageBox"));
-    const MessageBoxButton buttons[] = {{escapeKeyDefault, 1, "Terminate"}, {returnKeyDefault, 0, "Continue"}};
+    const MessageBoxButton buttons[] = {{escapeKeyDefault, 1, "Terminate"},
+                                        {returnKeyDefault, 0, "Continue"}};
     const MessageBoxData data = {messageBoxError, nullptr, "Fatal Error", report, 2, buttons, nullptr};
     int answer = 1;
     stage = 1;

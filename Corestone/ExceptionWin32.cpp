@@ -46,8 +46,8 @@ bool FrameAt(uintptr_t address, StackFrame & frame)
 {
     HMODULE module = nullptr;
     if (address == 0 || !GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
-                                                 GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                                             reinterpret_cast<LPCSTR>(address), &module))
+                                                GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                                            reinterpret_cast<LPCSTR>(address), &module))
         return false;
     const uintptr_t base = reinterpret_cast<uintptr_t>(module);
     frame.offset = uint32_t(address - base);
@@ -83,7 +83,8 @@ bool Unwind(CONTEXT & context)
     }
     void * handlerData = nullptr;
     DWORD64 establisher = 0;
-    RtlVirtualUnwind(UNW_FLAG_NHANDLER, imageBase, pc, function, &context, &handlerData, &establisher, nullptr);
+    RtlVirtualUnwind(UNW_FLAG_NHANDLER, imageBase, pc, function, &context, &handlerData, &establisher,
+                     nullptr);
     return true;
 }
 } // namespace

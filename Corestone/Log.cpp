@@ -136,8 +136,8 @@ size_t PutHeader(char * out, int level, double elapsed, const char * name)
     const double tenths = elapsed > 0.0 && elapsed < 4e17 ? std::floor(elapsed * 10.0 + 0.5) : 0.0;
     const auto allTenths = static_cast<uint64_t>(tenths);
     char minutes[24];
-    const int digits = std::snprintf(minutes, sizeof minutes, "%3llu",
-                                     static_cast<unsigned long long>(allTenths / 600));
+    const int digits =
+        std::snprintf(minutes, sizeof minutes, "%3llu", static_cast<unsigned long long>(allTenths / 600));
     std::memcpy(p, minutes, static_cast<size_t>(digits));
     p += digits;
     const auto secondTenths = static_cast<unsigned>(allTenths % 600);

@@ -478,9 +478,11 @@ bool Options::NextElement(const char * name, String & element)
     if (option == nullptr || option->cursor < 0)
         return false;
     const char * value = option->value != nullptr ? static_cast<const char *>(option->value) : "";
-    const char * separators = option->separators != nullptr ? static_cast<const char *>(option->separators) : "";
+    const char * separators =
+        option->separators != nullptr ? static_cast<const char *>(option->separators) : "";
     const unsigned int length = option->value.Length();
-    const char * start = value + (static_cast<unsigned int>(option->cursor) < length ? option->cursor : length);
+    const char * start =
+        value + (static_cast<unsigned int>(option->cursor) < length ? option->cursor : length);
     const size_t span = std::strcspn(start, separators);
     if (span == 0)
         return false;

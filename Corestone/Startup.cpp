@@ -5,9 +5,9 @@
 // (Alloc.cpp), builds it before every other static of the library, whose constructors may then
 // use pooled names, the clock, the log and these locks. gcc honours init_priority for ELF shared
 // objects and for MinGW DLLs alike, and a dlopen or LoadLibrary runs the same sequence.
+#include "Startup.h"
 #include "Log.h"
 #include "PString.h"
-#include "Startup.h"
 #include "SyncObject.h"
 #include "Time.h"
 

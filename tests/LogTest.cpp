@@ -1,5 +1,5 @@
-#include "BuildVersion.h"
 #include "Log.h"
+#include "BuildVersion.h"
 #include "Options.h"
 #include "TestSupport.h"
 #include "Time.h"
@@ -69,7 +69,8 @@ TEST(Log, FileHeaderAndClientSettings)
     const std::string file = dir / "run.txt";
     {
         OpenLog log("-LogFile=" + file + " -LogFlush=on " +
-                    "+Log=File:Diag:newlines=off:mono=off +Log=Quiet:None:mono=off,Plain:displaymodulename=off:mono=off");
+                    "+Log=File:Diag:newlines=off:mono=off "
+                    "+Log=Quiet:None:mono=off,Plain:displaymodulename=off:mono=off");
         LogClient * client = Log::GetClient("FILE");
         EXPECT_EQ(client, Log::GetClient("file"));
         EXPECT_EQ(client->GetLevel(), LogClient::LEVEL_DIAG);
@@ -123,7 +124,8 @@ TEST(Log, NoLogLeavesTheBannerAlone)
 TEST(Log, WithoutAFileOtherOutputsWork)
 {
     TempDir dir;
-    for (const std::string & fileOption : {"-LogFile=" + dir.Path() + "/no/such/dir/log.txt", std::string("-LogFile=''")})
+    for (const std::string & fileOption :
+         {"-LogFile=" + dir.Path() + "/no/such/dir/log.txt", std::string("-LogFile=''")})
     {
         testing::internal::CaptureStderr();
         {
@@ -191,8 +193,8 @@ TEST(Log, ConcurrentLinesStayWhole)
             thread.join();
     }
     std::istringstream text(ReadLog(file));
-    const std::regex shape(
-        "\\+ [0-9A-F]{8} Diag +[0-9]+:[0-9]{2}\\.[0-9] (Client[0-9]) +: thread ([0-9]+) line ([0-9]+) (p{300})?\r");
+    const std::regex shape("\\+ [0-9A-F]{8} Diag +[0-9]+:[0-9]{2}\\.[0-9] (Client[0-9]) +: thread ([0-9]+) "
+                           "line ([0-9]+) (p{300})?\r");
     std::map<int, int> next;
     std::string line;
     int counted = 0;

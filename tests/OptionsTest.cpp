@@ -1,6 +1,6 @@
+#include "Options.h"
 #include "File.h"
 #include "OS.h"
-#include "Options.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>

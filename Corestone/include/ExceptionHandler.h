@@ -89,13 +89,13 @@ public:
 };
 
 // Reports the expression with its line and file when it is false.
-#define KIV_ASSERT(expression, message)                                                                  \
-    do                                                                                                   \
-    {                                                                                                    \
-        if (!(expression))                                                                               \
-        {                                                                                                \
-            ::Kiv::ExceptionHandler::AssertInit(#expression, __LINE__, __FILE__);                        \
-            ::Kiv::ExceptionHandler::Assert(message);                                                    \
-        }                                                                                                \
+#define KIV_ASSERT(expression, message)                                                                      \
+    do                                                                                                       \
+    {                                                                                                        \
+        if (!(expression))                                                                                   \
+        {                                                                                                    \
+            ::Kiv::ExceptionHandler::AssertInit(#expression, __LINE__, __FILE__);                            \
+            ::Kiv::ExceptionHandler::Assert(message);                                                        \
+        }                                                                                                    \
     } while (0)
 } // namespace Kiv

@@ -8,6 +8,7 @@
 #include "Console.h"
 #include "Eigen3.h"
 #include "Exception.h"
+#include "ExceptionHandler.h"
 #include "File.h"
 #include "FileSub.h"
 #include "KIRFFile.h"
