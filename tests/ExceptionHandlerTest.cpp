@@ -84,10 +84,11 @@ TEST(ExceptionHandler, FaultsAreReportedAndMainGoesOn)
     {
         const char * what;
         const char * name;
-    } faults[] = {{"null", "Access Violation"},
-                  {"divide", "Integer Divide By Zero"},
-                  {"illegal", "Illegal Instruction"},
-                  {"overflow", "Stack Overflow"}};
+        const char * function;
+    } faults[] = {{"null", "Access Violation", "CrashNullWrite"},
+                  {"divide", "Integer Divide By Zero", "CrashDivide"},
+                  {"illegal", "Illegal Instruction", "CrashIllegal"},
+                  {"overflow", "Stack Overflow", "CrashRecurse"}};
     for (const auto & fault : faults)
     {
         SCOPED_TRACE(fault.what);
@@ -109,10 +110,19 @@ TEST(ExceptionHandler, FaultsAreReportedAndMainGoesOn)
             EXPECT_GT(starts.size(), 30u) << "the runaway recursion fills the listing";
         }
         EXPECT_EQ(Has(child.log, "Unable to gather full diagnostics"), std::string(fault.what) == "overflow");
-        size_t reports = 0;
+        std::vector<std::string> reports;
         for (const auto & item : fs::directory_iterator(child.folder))
-            reports += item.path().filename().string().rfind("crash.", 0) == 0;
-        EXPECT_EQ(reports, 1u) << "one report file beside the log";
+            if (item.path().filename().string().rfind("crash.", 0) == 0)
+                reports.push_back(item.path().string());
+        ASSERT_EQ(reports.size(), 1u) << "one report file beside the log";
+#if !defined(_WIN32)
+        // The report's first frame, read back through the module's debugging information.
+        TestSupport::RunProgram({TestSupport::ProgramBeside("kiv"), "crash", reports[0]}, dir / "frames.txt",
+                                dir / "frames.err");
+        const auto frames = TestSupport::ReadBytes(dir / "frames.txt");
+        EXPECT_TRUE(InOrder(std::string(frames.begin(), frames.end()),
+                            {"CrashChild\n    ", fault.function, " at ", "CrashChild.cpp:"}));
+#endif
     }
 }
 
