@@ -3,6 +3,7 @@
 #include "Time.h"
 
 #include <cstdio>
+#include <cstring>
 #include <windows.h>
 
 namespace Kiv
@@ -65,22 +66,39 @@ bool FrameAt(uintptr_t address, StackFrame & frame)
 #if defined(_M_X64) || defined(__x86_64__)
 namespace
 {
-// One step of the unwind from the function's table entry, or, for a leaf function that has none,
-// from the return address on top of the stack. False when the frame cannot be read.
+// A routine without a table entry keeps its return address near the top of the stack: a leaf
+// function right on top, the stack probe of large frames after the two registers it saves.
+bool UnwindLeaf(CONTEXT & context)
+{
+    constexpr int reach = 4;
+    DWORD64 words[reach];
+    if (!Debugger::IsReadValid(reinterpret_cast<void *>(context.Rsp), sizeof words))
+        return false;
+    std::memcpy(words, reinterpret_cast<void *>(context.Rsp), sizeof words);
+    StackFrame frame;
+    for (int i = 0; i < reach; ++i)
+    {
+        if (FrameAt(words[i], frame))
+        {
+            context.Rip = words[i];
+            context.Rsp += 8 * (i + 1);
+            return true;
+        }
+    }
+    return false;
+}
+
+// One step of the unwind from the function's table entry. False when the frame cannot be read.
 bool Unwind(CONTEXT & context)
 {
     DWORD64 imageBase = 0;
     const DWORD64 pc = context.Rip;
     RUNTIME_FUNCTION * function = RtlLookupFunctionEntry(pc, &imageBase, nullptr);
+    if (!function)
+        return UnwindLeaf(context);
     // An unwind reads the saved registers and the return address a little above the stack pointer.
     if (!Debugger::IsReadValid(reinterpret_cast<void *>(context.Rsp), 64))
         return false;
-    if (!function)
-    {
-        context.Rip = *reinterpret_cast<DWORD64 *>(context.Rsp);
-        context.Rsp += 8;
-        return true;
-    }
     void * handlerData = nullptr;
     DWORD64 establisher = 0;
     RtlVirtualUnwind(UNW_FLAG_NHANDLER, imageBase, pc, function, &context, &handlerData, &establisher,

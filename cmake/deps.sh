@@ -8,7 +8,8 @@ packages() {
     main)  echo cmake ninja-build g++ googletest ;;
     test)  echo cmake ninja-build g++ googletest g++-multilib qemu-user \
                 g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 \
-                libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev ;;
+                libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev xvfb xauth binutils \
+                binutils-mingw-w64-x86-64 binutils-mingw-w64-i686 ;;
     bench) echo cmake ninja-build g++ python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \
                 libgoogle-perftools-dev libeigen3-dev zlib1g-dev liblz4-dev libzstd-dev \
                 libphysfs-dev zip ;;

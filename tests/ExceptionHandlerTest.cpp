@@ -103,7 +103,8 @@ TEST(ExceptionHandler, FaultsAreReportedAndMainGoesOn)
         const auto starts = ChildFrameStarts(child.log);
         ASSERT_FALSE(starts.empty()) << child.log;
 #if !defined(_WIN32) || defined(_WIN64)
-        EXPECT_EQ(starts[0], FaultFunctionStart(child.log)) << child.log;
+        EXPECT_NE(std::find(starts.begin(), starts.end(), FaultFunctionStart(child.log)), starts.end())
+            << child.log;
 #endif
         if (std::string(fault.what) == "overflow")
         {
@@ -236,6 +237,10 @@ TEST(ExceptionHandler, OneWindowAtATime)
 // The real dialog: a second thread reads its list and presses Continue.
 TEST(ExceptionHandler, FatalErrorDialog)
 {
+    HWND probe = CreateWindowA("STATIC", "", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
+    if (!probe)
+        GTEST_SKIP() << "no display for windows (CTest runs this case again under a virtual display)";
+    DestroyWindow(probe);
     std::string firstLine;
     int lines = 0;
     std::thread presser(
