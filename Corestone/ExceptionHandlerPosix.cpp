@@ -89,6 +89,11 @@ void LeaveToSystem(int signal, const siginfo_t * info)
         raise(signal);
 }
 
+// Emulators of 32-bit x86 do not always hand the handler the 16-byte stack alignment that the
+// compiler's SSE code expects, so the handler aligns it for itself.
+#if defined(__i386__)
+__attribute__((force_align_arg_pointer))
+#endif
 void OnFault(int signal, siginfo_t * info, void * context)
 {
     const int savedErrno = errno;
