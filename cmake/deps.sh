@@ -12,7 +12,7 @@ packages() {
                 binutils-mingw-w64-x86-64 binutils-mingw-w64-i686 ;;
     bench) echo cmake ninja-build g++ python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \
                 libgoogle-perftools-dev libeigen3-dev zlib1g-dev liblz4-dev libzstd-dev \
-                libphysfs-dev zip ;;
+                libphysfs-dev zip libbackward-cpp-dev ;;
     *) echo "unknown group $1" >&2; exit 2 ;;
   esac
 }
