@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <regex>
 #include <vector>
 
 namespace Tool
@@ -103,6 +102,26 @@ std::string Resolve(const Module & module, uint64_t address)
     return *function ? std::string(function) + " at " + place : "(addr2line failed)";
 }
 
+// A frame line: "OFFSET - START(+INTO) MODULE", after whatever header the log gave the line.
+bool ParseFrame(const std::string & row, unsigned & offset, std::string & frameText, std::string & module)
+{
+    for (size_t dash = row.find(" - "); dash != std::string::npos; dash = row.find(" - ", dash + 1))
+    {
+        if (dash < 8)
+            continue;
+        unsigned start = 0, into = 0;
+        int moduleAt = 0;
+        const char * text = row.c_str() + dash - 8;
+        if (std::sscanf(text, "%8X - %8X(+%X) %n", &offset, &start, &into, &moduleAt) == 3 && moduleAt > 0)
+        {
+            frameText = text;
+            module = text + moduleAt;
+            return !module.empty();
+        }
+    }
+    return false;
+}
+
 // The report's text, the log's UTF-16 form read as the ASCII it holds.
 std::string ReportText(const std::string & name)
 {
@@ -121,26 +140,25 @@ int Run(const Arguments & arguments)
     const std::string folder = arguments.operands.size() == 2 ? arguments.operands[1] : "";
     const std::string & report = arguments.operands[0];
     const std::string text = ReportText(report);
-    const std::regex frame("([0-9A-F]{8}) - ([0-9A-F]{8})\\(\\+[0-9A-F]+\\) ([^\\r\\n]+)");
     int frames = 0, unresolved = 0;
     bool first = false; // the first frame of a stack is the faulting instruction, not a return address
     size_t line = 0;
     for (size_t end; line < text.size(); line = end + 1)
     {
         end = std::min(text.find('\n', line), text.size());
-        const std::string row = text.substr(line, end - line);
-        std::smatch found;
+        const std::string row = text.substr(line, end - line - (end > line && text[end - 1] == '\r'));
         first = first || row.find("Call Stack:") != std::string::npos;
-        if (!std::regex_search(row, found, frame))
+        unsigned offset = 0;
+        std::string frame, named;
+        if (!ParseFrame(row, offset, frame, named))
             continue;
         ++frames;
         Module module;
-        const uint64_t offset = std::stoull(found[1].str(), nullptr, 16);
         std::string where = "(module not found)";
-        if (FindModule(found[3].str(), folder, module))
+        if (FindModule(named, folder, module))
             where = Resolve(module, module.linkBase + offset - (first ? 0 : 1));
         unresolved += where[0] == '(';
-        printf("%s\n    %s\n", found[0].str().c_str(), where.c_str());
+        printf("%s\n    %s\n", frame.c_str(), where.c_str());
         first = false;
     }
     if (frames == 0)
