@@ -27,11 +27,13 @@ void OnFault(int signal, siginfo_t * info, void * context)
         const backward::ResolvedTrace frame = resolver.resolve(trace[i]);
         std::printf("%p %s %s\n", frame.addr, frame.object_filename.c_str(), frame.object_function.c_str());
     }
+    std::fflush(stdout);
     _exit(0);
 }
 } // namespace
 
-extern "C" __attribute__((noinline, visibility("default"))) void CompareInner(int * volatile where)
+extern "C" __attribute__((noinline, noclone, visibility("default"))) void
+CompareInner(volatile int * volatile where)
 {
     *where = 1;
 }
