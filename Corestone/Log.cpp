@@ -80,8 +80,20 @@ double ReadStartTime(const LogState & s)
     return start;
 }
 
+// Text beyond ASCII through the current locale, or byte by byte where the locale cannot read it.
+void WriteWide(File & file, const char * text)
+{
+    if (file.WriteLine(text, File::ENCODING_UTF16) != 0)
+        return;
+    for (const char * c = text; *c != 0; ++c)
+    {
+        const unsigned char unit[2] = {static_cast<unsigned char>(*c), 0};
+        file.Write(unit, 2, 1);
+    }
+}
+
 // Text to a log file in its encoding. UTF-16 lines are widened here when they are plain ASCII, the
-// common case; others go through the current locale, or byte by byte where it cannot read them.
+// common case.
 void WriteText(File & file, const char * text, size_t length)
 {
     if (file.GetEncoding() != File::ENCODING_UTF16)
@@ -89,20 +101,23 @@ void WriteText(File & file, const char * text, size_t length)
         file.Write(text, static_cast<unsigned long>(length), 1);
         return;
     }
+    // Widened a piece at a time; a byte outside ASCII sends the whole line the slow way.
     const auto * bytes = reinterpret_cast<const unsigned char *>(text);
-    bool ascii = true;
-    for (size_t i = 0; i < length && ascii; ++i)
-        ascii = bytes[i] < 0x80;
-    if (!ascii && file.WriteLine(text, File::ENCODING_UTF16) != 0)
-        return;
     unsigned char units[1024];
     for (size_t done = 0; done < length;)
     {
         const size_t piece = length - done < sizeof units / 2 ? length - done : sizeof units / 2;
+        unsigned char seen = 0;
         for (size_t i = 0; i < piece; ++i)
         {
+            seen |= bytes[done + i];
             units[2 * i] = bytes[done + i];
             units[2 * i + 1] = 0;
+        }
+        if (seen >= 0x80)
+        {
+            WriteWide(file, text + done);
+            return;
         }
         file.Write(units, static_cast<unsigned long>(piece * 2), 1);
         done += piece;
@@ -135,11 +150,15 @@ size_t PutHeader(char * out, int level, double elapsed, const char * name)
     *p++ = ' ';
     const double tenths = elapsed > 0.0 && elapsed < 4e17 ? std::floor(elapsed * 10.0 + 0.5) : 0.0;
     const auto allTenths = static_cast<uint64_t>(tenths);
-    char minutes[24];
-    const int digits =
-        std::snprintf(minutes, sizeof minutes, "%3llu", static_cast<unsigned long long>(allTenths / 600));
-    std::memcpy(p, minutes, static_cast<size_t>(digits));
-    p += digits;
+    // The minutes right-aligned in three places, or as many as they need.
+    char digits[20];
+    int count = 0;
+    for (uint64_t minutes = allTenths / 600; count == 0 || minutes != 0; minutes /= 10)
+        digits[count++] = static_cast<char>('0' + minutes % 10);
+    for (int pad = count; pad < 3; ++pad)
+        *p++ = ' ';
+    while (count > 0)
+        *p++ = digits[--count];
     const auto secondTenths = static_cast<unsigned>(allTenths % 600);
     *p++ = ':';
     *p++ = static_cast<char>('0' + secondTenths / 100);
@@ -251,23 +270,37 @@ void LogClient::PrintV(int messageLevel, const char * text, va_list args)
         Write(messageLevel, text, args);
 }
 
+// The common line is formatted straight behind its header on the stack; a longer one is
+// formatted on its own first and then joined to the header.
 void LogClient::Write(int messageLevel, const char * text, va_list args)
 {
     LogState & s = State();
-    TextOps::FormattedText<char> message(text, args);
-    TextOps::Scratch<char, 1280> line;
-    const size_t room = 64 + size_t{message.Length()};
-    char * out = line.Reserve(room);
-    if (out == nullptr)
-        return;
+    TextOps::Scratch<char, 1024> line;
+    char * out = line.Data();
     size_t length = 0;
     if ((format & FORMAT_HEADER) != 0)
     {
         const double elapsed = s.started ? Time::GetSeconds() - ReadStartTime(s) : 0.0;
         length = PutHeader(out, messageLevel, elapsed, headerName);
     }
-    std::memcpy(out + length, message.Text(), message.Length());
-    length += message.Length();
+    // Room is left for the line end.
+    const size_t room = 1024 - length - 3;
+    va_list copy;
+    va_copy(copy, args);
+    const int written = text != nullptr ? CRuntime::Vsnprintf(out + length, room, text, copy) : 0;
+    va_end(copy);
+    if (written >= 0)
+    {
+        length += static_cast<size_t>(written);
+    }
+    else
+    {
+        TextOps::FormattedText<char> message(text, args);
+        if ((out = line.Reserve(length + message.Length() + 3)) == nullptr)
+            return;
+        std::memcpy(out + length, message.Text(), message.Length());
+        length += message.Length();
+    }
     if ((format & FORMAT_NEWLINES) != 0)
     {
         out[length++] = '\r';
@@ -324,7 +357,7 @@ void Log::Init(Options * options)
         return;
     Options none;
     Options & settings = options != nullptr ? *options : none;
-    s.initialised = true;
+    __atomic_store_n(&s.initialised, true, __ATOMIC_RELAXED);
     SetStartTime(Time::GetSeconds());
     char banner[256];
     std::snprintf(banner, sizeof banner, "Kiv v%s Build %s.%s on %s at %s.\r\n\r\n",
@@ -388,7 +421,7 @@ void Log::Done()
     SingleLock hold(&s.lock, true);
     if (s.initialised)
         s.CloseFile("End.\r\n");
-    s.initialised = false;
+    __atomic_store_n(&s.initialised, false, __ATOMIC_RELAXED);
     s.started = false;
     s.flush = true;
     s.displayModuleName = true;
@@ -449,7 +482,7 @@ FILE * Log::GetLogToFile()
 
 bool Log::IsInitialised()
 {
-    return State().initialised;
+    return __atomic_load_n(&State().initialised, __ATOMIC_RELAXED);
 }
 
 double Log::GetStartTime()

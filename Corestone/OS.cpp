@@ -65,7 +65,7 @@ const char * OS::GetProcessName()
     return Facts().name;
 }
 
-void OS::SetCommandLine(int argc, char ** const argv)
+void OS::SetCmdLine(int argc, char ** const argv)
 {
     String line("");
     for (int i = 1; i < argc && argv != nullptr; ++i)
@@ -78,7 +78,7 @@ void OS::SetCommandLine(int argc, char ** const argv)
     Facts().commandLine = line;
 }
 
-const char * OS::GetCommandLine()
+const char * OS::GetCmdLine()
 {
     return Facts().commandLine;
 }

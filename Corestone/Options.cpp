@@ -5,6 +5,7 @@
 #include "File.h"
 #include "MemoryFile.h"
 #include "OS.h"
+#include "TextOps.h"
 
 #include <cctype>
 #include <cstdio>
@@ -27,9 +28,10 @@ struct Options::Option
 
 namespace
 {
+// White space as the C locale has it, whatever the current one says.
 bool IsBlank(char c)
 {
-    return std::isspace(static_cast<unsigned char>(c)) != 0;
+    return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
 bool IsPrefix(char c)
@@ -37,9 +39,13 @@ bool IsPrefix(char c)
     return c == '/' || c == '-' || c == '+';
 }
 
+// Stored names and queries are lowered alike: ASCII here, other bytes by the current locale.
 char Lower(char c)
 {
-    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x80)
+        return static_cast<unsigned int>(byte - 'A') < 26u ? static_cast<char>(byte + 32) : c;
+    return static_cast<char>(std::tolower(byte));
 }
 
 const char * SkipBlanks(const char * text)
@@ -103,24 +109,52 @@ bool ReadBool(const char * text, bool fallback)
     return !fallback;
 }
 
-// Components separated by ","; a missing or blank one keeps what it held.
-void ReadComponents(const char * text, float * components, int count)
+float ReadFloat(const char * text)
 {
-    for (int i = 0; i < count && *text != 0; ++i)
+    return static_cast<float>(std::atof(text));
+}
+
+// Components separated by ","; a missing or blank one keeps what it held.
+template <typename T, typename C, size_t N>
+void ReadFields(const char * text, T & value, C T::*const (&fields)[N], C (*read)(const char *))
+{
+    for (size_t i = 0; i < N && *text != 0; ++i)
     {
         const char * end = std::strchr(text, ',');
-        if (*SkipBlanks(text) != ',' && *SkipBlanks(text) != 0)
-            components[i] = static_cast<float>(std::atof(text));
+        const char first = *SkipBlanks(text);
+        if (first != ',' && first != 0)
+            value.*fields[i] = read(text);
         if (end == nullptr)
             break;
         text = end + 1;
     }
 }
 
-void Convert(const char * text, String & value)
+// The element at the cursor, up to the first separator, its trailing blanks cut; the cursor then
+// passes the blanks and separators after it. False for an element of no characters.
+bool SplitNext(const char * value, unsigned int length, const char * separators, int & cursor,
+               String & element)
 {
-    value = text;
+    const char * start = value + (static_cast<unsigned int>(cursor) < length ? cursor : length);
+    const size_t span = std::strcspn(start, separators);
+    if (span == 0)
+        return false;
+    size_t kept = span;
+    while (kept > 0 && IsBlank(start[kept - 1]))
+        --kept;
+    element = String(start, static_cast<unsigned int>(kept));
+    const char * rest = start + span;
+    while (*rest != 0 && (IsBlank(*rest) || std::strchr(separators, *rest) != nullptr))
+        ++rest;
+    cursor = static_cast<int>(rest - value);
+    return true;
 }
+
+const char * TextOf(const String & text)
+{
+    return text != nullptr ? static_cast<const char *>(text) : "";
+}
+
 void Convert(const char * text, PString & value)
 {
     value = text;
@@ -143,11 +177,43 @@ void Convert(const char * text, unsigned long & value)
 }
 void Convert(const char * text, float & value)
 {
-    value = static_cast<float>(std::atof(text));
+    value = ReadFloat(text);
+}
+void Convert(const char * text, Vector2 & value)
+{
+    static float Vector2::*const fields[] = {&Vector2::x, &Vector2::y};
+    ReadFields(text, value, fields, ReadFloat);
 }
 void Convert(const char * text, Vector3 & value)
 {
-    ReadComponents(text, &value.x, 3);
+    static float Vector3::*const fields[] = {&Vector3::x, &Vector3::y, &Vector3::z};
+    ReadFields(text, value, fields, ReadFloat);
+}
+void Convert(const char * text, Vector4 & value)
+{
+    static float Vector4::*const fields[] = {&Vector4::x, &Vector4::y, &Vector4::z, &Vector4::w};
+    ReadFields(text, value, fields, ReadFloat);
+}
+void Convert(const char * text, Quaternion & value)
+{
+    static float Quaternion::*const fields[] = {&Quaternion::x, &Quaternion::y, &Quaternion::z,
+                                                &Quaternion::w};
+    ReadFields(text, value, fields, ReadFloat);
+}
+void Convert(const char * text, Color & value)
+{
+    static float Color::*const fields[] = {&Color::r, &Color::g, &Color::b, &Color::a};
+    ReadFields(text, value, fields, ReadFloat);
+}
+void Convert(const char * text, Range<int> & value)
+{
+    static int Range<int>::*const fields[] = {&Range<int>::low, &Range<int>::high};
+    ReadFields(text, value, fields, ReadInt);
+}
+void Convert(const char * text, Range<float> & value)
+{
+    static float Range<float>::*const fields[] = {&Range<float>::low, &Range<float>::high};
+    ReadFields(text, value, fields, ReadFloat);
 }
 
 template <typename T>
@@ -168,8 +234,9 @@ bool GetValue(const char * text, T & value, const T & fallback)
 void MergeSource(Options & options, const char * directory, const String & name)
 {
     File::Path path(directory);
-    path.AddPath(name);
-    path.SetExt("txt");
+    String file(name);
+    file += ".txt";
+    path.AddPath(file);
     options.ProcessFile(path);
 }
 
@@ -275,13 +342,16 @@ bool Options::Grow()
 
 Options::Option * Options::Add(const char * name, unsigned int length)
 {
-    if ((count + 1) * 2 > indexSize && !Grow())
+    TextOps::Scratch<char, 256> lowered;
+    char * text = lowered.Reserve(length);
+    if (text == nullptr || ((count + 1) * 2 > indexSize && !Grow()))
         return nullptr;
     Option * option = NewObject<Option>();
     if (option == nullptr)
         return nullptr;
-    option->name = String(name, length);
-    option->name.ToLower();
+    for (unsigned int i = 0; i < length; ++i)
+        text[i] = Lower(name[i]);
+    option->name = String(text, length);
     option->hash = NameHash(name, length);
     option->previous = last;
     (last != nullptr ? last->next : first) = option;
@@ -396,8 +466,7 @@ const char * Options::Value(const char * name) const
     const Option * option = Find(name);
     if (option == nullptr)
         return nullptr;
-    const char * value = option->value;
-    return value != nullptr ? value : "";
+    return TextOf(option->value);
 }
 
 bool Options::Get(const char * name) const
@@ -410,9 +479,13 @@ bool Options::Get(const char * name, PString & value) const
     return GetValue(Value(name), value, value);
 }
 
+// The stored text is shared, not copied.
 bool Options::Get(const char * name, String & value) const
 {
-    return GetValue(Value(name), value, value);
+    const Option * option = Find(name);
+    if (option != nullptr)
+        value = option->value;
+    return option != nullptr;
 }
 
 bool Options::Get(const char * name, PString & value, const PString & fallback) const
@@ -422,7 +495,9 @@ bool Options::Get(const char * name, PString & value, const PString & fallback) 
 
 bool Options::Get(const char * name, String & value, const String & fallback) const
 {
-    return GetValue(Value(name), value, fallback);
+    const Option * option = Find(name);
+    value = option != nullptr ? option->value : fallback;
+    return option != nullptr;
 }
 
 bool Options::Get(const char * name, bool & value, bool fallback) const
@@ -457,9 +532,52 @@ bool Options::Get(const char * name, float & value, float fallback) const
     return GetValue(Value(name), value, fallback);
 }
 
+bool Options::Get(const char * name, Vector2 & value, const Vector2 & fallback) const
+{
+    return GetValue(Value(name), value, fallback);
+}
+
 bool Options::Get(const char * name, Vector3 & value, const Vector3 & fallback) const
 {
     return GetValue(Value(name), value, fallback);
+}
+
+bool Options::Get(const char * name, Vector4 & value, const Vector4 & fallback) const
+{
+    return GetValue(Value(name), value, fallback);
+}
+
+bool Options::Get(const char * name, Quaternion & value, const Quaternion & fallback) const
+{
+    return GetValue(Value(name), value, fallback);
+}
+
+bool Options::Get(const char * name, Color & value, const Color & fallback) const
+{
+    return GetValue(Value(name), value, fallback);
+}
+
+bool Options::Get(const char * name, Range<int> & value) const
+{
+    return GetValue(Value(name), value, value);
+}
+
+bool Options::Get(const char * name, Range<float> & value) const
+{
+    return GetValue(Value(name), value, value);
+}
+
+bool Options::Get(const char * name, DynamicArray<String, 41> & values, const char * separators) const
+{
+    const Option * option = Find(name);
+    if (option == nullptr)
+        return false;
+    values.RemoveAll();
+    int cursor = 0;
+    for (String element; SplitNext(TextOf(option->value), option->value.Length(),
+                                   separators != nullptr ? separators : "", cursor, element);)
+        values.Add(element);
+    return true;
 }
 
 void Options::SetSeparators(const char * name, const char * separators)
@@ -475,26 +593,9 @@ void Options::SetSeparators(const char * name, const char * separators)
 bool Options::NextElement(const char * name, String & element)
 {
     Option * option = Find(name);
-    if (option == nullptr || option->cursor < 0)
-        return false;
-    const char * value = option->value != nullptr ? static_cast<const char *>(option->value) : "";
-    const char * separators =
-        option->separators != nullptr ? static_cast<const char *>(option->separators) : "";
-    const unsigned int length = option->value.Length();
-    const char * start =
-        value + (static_cast<unsigned int>(option->cursor) < length ? option->cursor : length);
-    const size_t span = std::strcspn(start, separators);
-    if (span == 0)
-        return false;
-    size_t kept = span;
-    while (kept > 0 && IsBlank(start[kept - 1]))
-        --kept;
-    element = String(start, static_cast<unsigned int>(kept));
-    const char * rest = start + span;
-    while (*rest != 0 && (IsBlank(*rest) || std::strchr(separators, *rest) != nullptr))
-        ++rest;
-    option->cursor = static_cast<int>(rest - value);
-    return true;
+    return option != nullptr && option->cursor >= 0 &&
+           SplitNext(TextOf(option->value), option->value.Length(), TextOf(option->separators),
+                     option->cursor, element);
 }
 
 bool Options::GetNext(const char * name, String & value)
@@ -551,7 +652,27 @@ bool Options::GetNext(const char * name, float & value)
     return NextAs(*this, name, value);
 }
 
+bool Options::GetNext(const char * name, Vector2 & value)
+{
+    return NextAs(*this, name, value);
+}
+
 bool Options::GetNext(const char * name, Vector3 & value)
+{
+    return NextAs(*this, name, value);
+}
+
+bool Options::GetNext(const char * name, Vector4 & value)
+{
+    return NextAs(*this, name, value);
+}
+
+bool Options::GetNext(const char * name, Quaternion & value)
+{
+    return NextAs(*this, name, value);
+}
+
+bool Options::GetNext(const char * name, Color & value)
 {
     return NextAs(*this, name, value);
 }
@@ -559,7 +680,6 @@ bool Options::GetNext(const char * name, Vector3 & value)
 void Options::Dump() const
 {
     for (const Option * option = first; option != nullptr; option = option->next)
-        std::printf("[%s] = [%s]\n", static_cast<const char *>(option->name),
-                    option->value != nullptr ? static_cast<const char *>(option->value) : "");
+        std::printf("[%s] = [%s]\n", TextOf(option->name), TextOf(option->value));
 }
 } // namespace Kiv

@@ -1,10 +1,13 @@
-// The library's own statics, built at load in one fixed order and destroyed in the reverse one.
-//
-// C++ orders statics only within one translation unit, so they are members of one object here,
-// built in the order of its members. Its init_priority of 102, right after the allocator's 101
-// (Alloc.cpp), builds it before every other static of the library, whose constructors may then
-// use pooled names, the clock, the log and these locks. gcc honours init_priority for ELF shared
-// objects and for MinGW DLLs alike, and a dlopen or LoadLibrary runs the same sequence.
+// The library's own statics, built at load in one fixed order and destroyed in the reverse one:
+//   101  the allocator (Alloc.cpp)
+//   102  the pooled-string cache and the counter frequency (here)
+//   103  the empty configuration node (ConfigData.cpp)
+//   104  the configuration node pool (ConfigData.cpp)
+//   105  the exception handler's log client, the library's pooled names and its locks (here)
+// then every other static. C++ orders statics only within one translation unit; across units gcc's
+// init_priority does, for ELF shared objects and MinGW DLLs alike, and a dlopen or LoadLibrary
+// runs the same sequence. Unloading destroys them in reverse: the pooled-string cache goes, then
+// the log is closed, and the allocator is last.
 #include "Startup.h"
 #include "Log.h"
 #include "PString.h"
@@ -24,13 +27,17 @@ public:
     LogCloser & operator=(const LogCloser &) = delete;
 };
 
-struct LoadOrder
+struct EarlyStatics
 {
     // Destroyed last of all: the log closes after the pooled-string cache has gone.
     LogCloser log;
     // The first of the library's CorestoneInit objects, so the last to go: it frees the cache.
     CorestoneInit pooledStrings;
     const uint64_t counterFrequency = Time::GetCounterFrequency();
+};
+
+struct LateStatics
+{
     // Made now so that it exists before any fault is reported through it.
     LogClient * const exceptionHandlerLog = Log::GetClient("ExceptionHandler");
     // The tokens of the string-table format.
@@ -42,16 +49,17 @@ struct LoadOrder
     CriticalSection sharedScratchPadLock{"SharedScratchPadLock"};
 };
 
-__attribute__((init_priority(102))) LoadOrder loadOrder;
+__attribute__((init_priority(102))) EarlyStatics early;
+__attribute__((init_priority(105))) LateStatics late;
 } // namespace
 
 CriticalSection & GlobalLock()
 {
-    return loadOrder.globalLock;
+    return late.globalLock;
 }
 
 CriticalSection & SharedScratchPadLock()
 {
-    return loadOrder.sharedScratchPadLock;
+    return late.sharedScratchPadLock;
 }
 } // namespace Kiv

@@ -5,14 +5,14 @@ set -euo pipefail
 
 packages() {
   case "$1" in
-    main)  echo cmake ninja-build g++ googletest ;;
-    test)  echo cmake ninja-build g++ googletest g++-multilib qemu-user \
+    main)  echo cmake ninja-build g++ googletest bison re2c ;;
+    test)  echo cmake ninja-build g++ googletest bison re2c g++-multilib qemu-user \
                 g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 \
                 libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev xvfb xauth binutils \
                 binutils-mingw-w64-x86-64 binutils-mingw-w64-i686 ;;
-    bench) echo cmake ninja-build g++ python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \
+    bench) echo cmake ninja-build g++ python3 flex libbenchmark-dev libmimalloc-dev libjemalloc-dev \
                 libgoogle-perftools-dev libeigen3-dev zlib1g-dev liblz4-dev libzstd-dev \
-                libphysfs-dev zip libbackward-cpp-dev ;;
+                libphysfs-dev zip libspdlog-dev libbackward-cpp-dev ;;
     *) echo "unknown group $1" >&2; exit 2 ;;
   esac
 }

@@ -81,8 +81,9 @@ TEST(Options, SyntaxQuirks)
 TEST(Options, TypedReads)
 {
     Options options;
-    options.ProcessRaw("-Bare -Minus=- -Plus=+ -Off=OFF -True=true -Other=maybe -Num=42x -Neg=-1 "
-                       "-Big=99999999999 -F=2.5 -V=1,,3 -Empty=");
+    options.ProcessRaw(
+        "-Bare -Minus=- -Plus=+ -Off=OFF -True=true -Other=maybe -Num=42x -Neg=-1 "
+        "-Big=99999999999 -F=2.5 -V=1,,3 -C=0.5,0.25 -R=3 -Q= , ,1,2,3 -Words=a b; c;;d ; -Empty=");
     const auto Bool = [&](const char * name, bool fallback)
     {
         bool value = !fallback;
@@ -117,6 +118,24 @@ TEST(Options, TypedReads)
     Kiv::Vector3 vector;
     EXPECT_TRUE(options.Get("V", vector, Kiv::Vector3(7, 8, 9)));
     EXPECT_EQ(vector, Kiv::Vector3(1, 8, 3));
+    Kiv::Color color;
+    EXPECT_TRUE(options.Get("C", color, Kiv::Color(1, 1, 1, 1)));
+    EXPECT_EQ(color, Kiv::Color(0.5f, 0.25f, 1, 1));
+    Kiv::Range<int> range(1, 9);
+    EXPECT_TRUE(options.Get("R", range));
+    EXPECT_EQ(range, Kiv::Range<int>(3, 9));
+    Kiv::Quaternion turn;
+    EXPECT_TRUE(options.Get("Q", turn, Kiv::Quaternion(5, 6, 7, 8)));
+    EXPECT_EQ(turn.x, 5);
+    EXPECT_EQ(turn.y, 6);
+    EXPECT_EQ(turn.z, 1);
+    EXPECT_EQ(turn.w, 2);
+    Kiv::DynamicArray<String, 41> words;
+    words.Add("stale");
+    EXPECT_TRUE(options.Get("Words", words, ";"));
+    ASSERT_EQ(words.GetCount(), 3);
+    EXPECT_STREQ(words[0], "a b");
+    EXPECT_STREQ(words[2], "d");
     Kiv::PString pooled;
     EXPECT_TRUE(options.Get("Other", pooled, Kiv::PString("none")));
     EXPECT_EQ(pooled, Kiv::PString("maybe"));

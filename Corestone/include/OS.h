@@ -21,8 +21,8 @@ public:
     static const char * GetProcessName();
     // Records the program's arguments; the command line is those after the program, each
     // followed by a blank.
-    static void SetCommandLine(int argc, char ** const argv);
-    static const char * GetCommandLine();
+    static void SetCmdLine(int argc, char ** const argv);
+    static const char * GetCmdLine();
 
     // The process-wide option set.
     static Options & GetOptions();

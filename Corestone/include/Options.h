@@ -8,10 +8,16 @@
 // afterwards; it is not locked.
 #pragma once
 
+#include "Color.h"
+#include "DynamicArray.h"
 #include "KivApi.h"
 #include "PString.h"
+#include "Quaternion.h"
+#include "Range.h"
 #include "String.h"
+#include "Vector2.h"
 #include "Vector3.h"
+#include "Vector4.h"
 
 namespace Kiv
 {
@@ -54,7 +60,16 @@ public:
     bool Get(const char * name, unsigned long & value, unsigned long fallback) const;
     bool Get(const char * name, float & value, float fallback) const;
     // Components separated by ","; missing ones keep the fallback's.
+    bool Get(const char * name, Vector2 & value, const Vector2 & fallback) const;
     bool Get(const char * name, Vector3 & value, const Vector3 & fallback) const;
+    bool Get(const char * name, Vector4 & value, const Vector4 & fallback) const;
+    bool Get(const char * name, Quaternion & value, const Quaternion & fallback) const;
+    bool Get(const char * name, Color & value, const Color & fallback) const;
+    // "low,high"; a missing bound keeps what the range held.
+    bool Get(const char * name, Range<int> & value) const;
+    bool Get(const char * name, Range<float> & value) const;
+    // The value's elements, split as GetNext splits them, in place of what the array held.
+    bool Get(const char * name, DynamicArray<String, 41> & values, const char * separators) const;
 
     // Starts walking the option's value as elements split at any of the separator characters.
     void SetSeparators(const char * name, const char * separators);
@@ -68,7 +83,11 @@ public:
     bool GetNext(const char * name, unsigned int & value);
     bool GetNext(const char * name, unsigned long & value);
     bool GetNext(const char * name, float & value);
+    bool GetNext(const char * name, Vector2 & value);
     bool GetNext(const char * name, Vector3 & value);
+    bool GetNext(const char * name, Vector4 & value);
+    bool GetNext(const char * name, Quaternion & value);
+    bool GetNext(const char * name, Color & value);
 
     // Every option as "[name] = [value]" on standard output.
     void Dump() const;
