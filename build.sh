@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # One entry point for the project's jobs; each installs what it needs first.
-#   ./build.sh main    build linux-x64 and run the demonstration program
+#   ./build.sh main    build linux-x64, run the example host and show its log
 #   ./build.sh test    build every target and run every test (what CI runs)
 #   ./build.sh bench   build the benchmarks and print the comparison table
 set -euo pipefail
@@ -46,8 +46,9 @@ case "${1:-}" in
   main)
     cmake/deps.sh main
     cmake --preset linux-x64 >/dev/null
-    cmake --build --preset linux-x64 -j "$jobs" --target CorestoneDemo
-    build/linux-x64/bin/CorestoneDemo
+    cmake --build --preset linux-x64 -j "$jobs" --target HostDemo
+    # The host leaves its data and its UTF-16 log in the build folder; the log is shown as text.
+    (cd build/linux-x64 && bin/HostDemo && iconv -f UTF-16 -t UTF-8 KivLog.txt)
     ;;
   test)
     cmake/deps.sh test

@@ -185,8 +185,18 @@ Alloc::Alloc()
         record.count = 0;
 }
 
+// The cached blocks go back to the heap, so a library unloaded at run time leaves none behind.
 Alloc::~Alloc()
 {
+    for (ClassRecord & record : classes)
+    {
+        while (Block * block = record.head.next)
+        {
+            record.head.next = block->next;
+            std::free(block);
+        }
+        record.count = 0;
+    }
     for (PaddedLock & padded : locks)
         padded.lock.Done();
 }

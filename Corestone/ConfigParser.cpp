@@ -1,6 +1,7 @@
 #include "ConfigParser.h"
 
 #include "ConfigGrammerNew.h"
+#include "Log.h"
 #include "MemoryFile.h"
 
 #include <cstdio>
@@ -146,6 +147,8 @@ void ConfigParser::Report(int line, const char * message)
     else
         std::snprintf(text, sizeof(text), "%s: %s", name, message);
     lastError = text;
+    static LogClient * const log = Log::GetClient("ConfigParser");
+    log->Print(LogClient::LEVEL_ERR, "%s", text);
 }
 
 ConfigParser::Result ConfigParser::Save(const char * name, bool compressed, int encoding)

@@ -1,6 +1,7 @@
 #include "Profile.h"
 
 #include "Console.h"
+#include "Log.h"
 #include "Time.h"
 
 #include <algorithm>
@@ -56,11 +57,19 @@ std::uint32_t Now()
     return state.clock();
 }
 
-// The one place the profiler's report leaves the library: a line for the log at level Diag. The
-// log client takes it here once the log exists; until then it goes to the debugger output.
+// The one place the profiler's report leaves the library: a line for the log client "Profile" at
+// level Diag once the log exists; until then it goes to the debugger output.
 void WriteDiagnosticLine(const char * line)
 {
-    Debugger::Output(line);
+    if (!Log::IsInitialised())
+    {
+        Debugger::Output(line);
+        return;
+    }
+    static LogClient * const client = Log::GetClient("Profile");
+    // The log ends the line itself.
+    const size_t length = std::strcspn(line, "\n");
+    client->Print(LogClient::LEVEL_DIAG, "%.*s", static_cast<int>(length), line);
 }
 
 // The leading functions worth showing: at most maxLines, stopping at the first quiet one.

@@ -4,7 +4,8 @@
 
 namespace Kiv
 {
-uint64_t Time::freq = Time::QueryCounterFrequency();
+// Read at its place in the load order (Startup.cpp).
+uint64_t Time::freq;
 bool Time::frameLock;
 double Time::frameLockTime;
 double Time::frameLockDelta;

@@ -16,15 +16,6 @@
 #include <string>
 #include <vector>
 
-#if defined(_WIN32)
-#include <windows.h>
-#else
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-extern char ** environ;
-#endif
-
 using TestSupport::ReadBytes;
 using TestSupport::TempDir;
 using TestSupport::WriteBytes;
@@ -40,18 +31,6 @@ struct Outcome
     std::string out;
     std::string err;
 };
-
-// The kiv program is built beside the test programs.
-std::string KivProgram()
-{
-#if defined(_WIN32)
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, sizeof(path));
-    return (fs::path(path).parent_path() / "kiv.exe").string();
-#else
-    return (fs::read_symlink("/proc/self/exe").parent_path() / "kiv").string();
-#endif
-}
 
 // Puts the working folder back however the test ends.
 class WorkingFolder
@@ -72,32 +51,8 @@ Outcome RunKiv(const TempDir & dir, std::vector<std::string> words)
 {
     const std::string out = dir / "kiv.out";
     const std::string err = dir / "kiv.err";
-    words.insert(words.begin(), KivProgram());
-#if defined(_WIN32)
-    std::string command = "\"";
-    for (const std::string & word : words)
-        command += "\"" + word + "\" ";
-    command += "> \"" + out + "\" 2> \"" + err + "\"\"";
-    const int code = std::system(command.c_str());
-#else
-    const char * emulator = getenv("CORESTONE_EMULATOR");
-    if (emulator && *emulator)
-        words.insert(words.begin(), emulator);
-    std::vector<char *> arguments;
-    for (std::string & word : words)
-        arguments.push_back(&word[0]);
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t child = 0;
-    int status = 0;
-    const int started = posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    const int code =
-        started == 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-#endif
+    words.insert(words.begin(), TestSupport::ProgramBeside("kiv"));
+    const int code = TestSupport::RunProgram(words, out, err);
     const Bytes output = ReadBytes(out), errors = ReadBytes(err);
     return {code, std::string(output.begin(), output.end()), std::string(errors.begin(), errors.end())};
 }

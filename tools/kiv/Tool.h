@@ -35,7 +35,7 @@ struct Command
 constexpr unsigned Unlimited = ~0u;
 
 extern const Command packCommand, listCommand, extractCommand, addCommand, removeCommand, compressCommand,
-    decompressCommand, crcCommand, imgCommand;
+    decompressCommand, crcCommand, imgCommand, crashCommand;
 
 // What ends a command: the file it concerns and why. main prints it and exits with 1.
 struct Failure
