@@ -11,7 +11,7 @@ packages() {
                 libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev ;;
     bench) echo cmake ninja-build g++ python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \
                 libgoogle-perftools-dev libeigen3-dev zlib1g-dev liblz4-dev libzstd-dev \
-                libphysfs-dev zip ;;
+                libphysfs-dev zip libconfig++-dev libyaml-cpp-dev libtomlplusplus-dev rapidjson-dev ;;
     *) echo "unknown group $1" >&2; exit 2 ;;
   esac
 }
