@@ -5,8 +5,8 @@ set -euo pipefail
 
 packages() {
   case "$1" in
-    main)  echo cmake ninja-build g++ googletest ;;
-    test)  echo cmake ninja-build g++ googletest g++-multilib qemu-user \
+    main)  echo cmake ninja-build g++ googletest bison re2c ;;
+    test)  echo cmake ninja-build g++ googletest bison re2c g++-multilib qemu-user \
                 g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 \
                 libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev ;;
     bench) echo cmake ninja-build g++ python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \

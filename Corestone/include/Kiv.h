@@ -7,6 +7,7 @@
 #include "BuildVersion.h"
 #include "Color.h"
 #include "ConfigData.h"
+#include "ConfigParser.h"
 #include "Console.h"
 #include "DynamicArray.h"
 #include "Eigen3.h"
