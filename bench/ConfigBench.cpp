@@ -25,6 +25,7 @@
 #include <memory>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 using ConfigCorpus::Syntax;
@@ -89,7 +90,7 @@ void ParseKiv(const std::string & text)
     if (!parser.Parse("bench", const_cast<char *>(text.data()), static_cast<unsigned int>(text.size()))
              .Succeeded())
         Fail("Kiv parse failed");
-    benchmark::DoNotOptimize(parser.GetConfig());
+    benchmark::DoNotOptimize(std::as_const(parser).GetConfig());
 }
 
 void ParseLibconfig(const std::string & text)
@@ -149,7 +150,7 @@ void WriteKiv(benchmark::State & state)
         Fail("Kiv parse failed");
     const std::string out = Texts().Path("write.cfg");
     for (auto _ : state)
-        if (!parser.Save(out.c_str(), true, 0))
+        if (!parser.Save(out.c_str(), false, 0).Succeeded())
             Fail("Kiv save failed");
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * fs::file_size(out)));
 }
@@ -199,7 +200,8 @@ struct Stored
             fclose(file) != 0)
             Fail("cannot write the text file");
         Kiv::ConfigParser parser;
-        if (!parser.Parse(text.c_str()).Succeeded() || !parser.GetConfig()->WriteBin(binary.c_str(), true, 0))
+        if (!parser.Parse(text.c_str()).Succeeded() ||
+            !std::as_const(parser).GetConfig()->WriteBin(binary.c_str(), false, 0))
             Fail("cannot write the binary file");
     }
 };
@@ -229,7 +231,7 @@ void LoadText(benchmark::State & state)
         Kiv::ConfigParser parser;
         if (!parser.Parse(Files().text.c_str()).Succeeded())
             Fail("text load failed");
-        benchmark::DoNotOptimize(parser.GetConfig());
+        benchmark::DoNotOptimize(std::as_const(parser).GetConfig());
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * fs::file_size(Files().text)));
 }
