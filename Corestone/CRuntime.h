@@ -46,6 +46,20 @@ size_t Utf16Units(const wchar_t * text, size_t length);
 void EncodeUtf16(const wchar_t * text, size_t length, unsigned char * out);
 size_t DecodeUtf16(const unsigned char * bytes, size_t units, wchar_t * out);
 
+// The Windows runtime's atof: only the decimal form is read (leading blanks, a sign, digits with an
+// optional point, an optional exponent), so hexadecimal text, "inf" and "nan" give 0 as they do
+// there, whatever the host's strtod also accepts.
+double Atof(const char * text);
+
+// The Windows runtime's _gcvt: digits significant digits (1 to 40) in the fixed form when the
+// value's decimal exponent lies from -1 to digits - 1, else in the exponent form with a sign and at
+// least three exponent digits ("1.2345679e+008"); trailing zeros after the point are dropped but
+// the point stays ("100."). The digits are the exact value's, rounded half up, the same on every
+// target. Infinities are "1.#INF" and "-1.#INF"; a quiet NaN without payload is "1.#IND" or
+// "-1.#IND" and any other NaN "1.#QNAN" or "-1.#QNAN", so that the text names the NaN it came from
+// as closely as these forms can. buffer needs digits + 10 bytes; answers buffer.
+char * Gcvt(double value, int digits, char * buffer);
+
 inline void PutLittleEndian32(unsigned char * out, uint32_t value)
 {
     for (int i = 0; i < 4; ++i)

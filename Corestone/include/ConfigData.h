@@ -360,6 +360,8 @@ private:
         void * block;
     };
 
+    using Match = bool (*)(const ConfigData & node, const void * key);
+
     ConfigData & SetInt(long value);
     ConfigData & SetFloats(const float * values, int count);
     ConfigData & SetInts(const int * values, int count);
@@ -367,17 +369,24 @@ private:
     int GetInts(int * values, int count) const;
     void SetArray(DataType arrayType, const void * values, int count);
     void AddArray(DataType arrayType, const void * values, int count);
-    void * NewBlock(DataType arrayType, int count);
+    static void * NewBlock(DataType arrayType, int count);
     static void FreeBlock(DataType arrayType, void * block);
+    static void * Elements(DataType arrayType, void * block);
+    static void * ReadStrings(File & file, int count);
     bool AddChild(ConfigData * child);
-    ConfigData * NthChild(int index, bool (*match)(const ConfigData &, const void *), const void * key) const;
-    bool RemoveChild(ConfigData * child);
+    ConfigData * NthChild(int index, Match match, const void * key) const;
+    int Matches(Match match, const void * key) const;
+    ConfigData & Append(const PString & name, const PString & value, int count);
+    bool DeleteNth(int index, Match match, const void * key);
+    void Unlink(ConfigData * child);
     void DeleteChildren();
+    bool WriteValue(Writer & writer, int & column, int encoding) const;
     bool WriteScalar(Writer & writer, int & column, int encoding) const;
-    bool WriteArray(Writer & writer, int & column, int encoding) const;
+    bool WriteElements(Writer & writer, int & column, int encoding) const;
     bool WriteBytes(Writer & writer, int encoding) const;
+    bool WriteBinNode(Writer & writer, int encoding, int depth) const;
     bool ReadBinNode(File & file, int depth);
-    bool ReadBinData(File & file, DataType dataType);
+    bool ReadBinData(File & file, int dataType);
     bool ReadBinChildren(File & file, int depth);
 
     PString name;

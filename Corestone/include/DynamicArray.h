@@ -200,9 +200,10 @@ private:
 
 // Plain values (pointers, numbers) in a ring of blocks of Size entries, in insertion order. Each
 // block carries its own used count; a block is added when the last one is full and freed when its
-// last entry is removed, so an element never moves to another block while it is stored.
+// last entry is removed, so an element never moves to another block while it is stored. An array
+// made with new lives in Kiv::Alloc like its blocks.
 template <class T, int Size, class Order = Less<T, T>>
-class FastDynamicArray
+class FastDynamicArray : public AllocBase
 {
     static_assert(std::is_trivially_copyable<T>::value, "entries are copied as plain values");
     static_assert(Size > 0, "a block holds at least one entry");
