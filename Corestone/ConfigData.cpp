@@ -143,15 +143,23 @@ ConfigData::ConfigData(const ConfigData & other) : name(other.name)
 
 ConfigData & ConfigData::operator=(const ConfigData & other)
 {
-    if (this == &other)
+    if (this == &other || !*this)
         return *this;
+    // other may lie below this node, where the old children take it with them: copy it first.
+    ConfigData copy(other);
     ClearData();
     DeleteChildren();
-    name = other.name;
-    CopyData(other);
-    if (other.children != nullptr)
-        CopyChildren(other);
+    name = copy.name;
+    CopyData(copy);
+    children = copy.children;
+    copy.children = nullptr;
     return *this;
+}
+
+void ConfigData::SetName(const PString & newName)
+{
+    if (*this)
+        name = newName;
 }
 
 ConfigData::~ConfigData()
@@ -162,7 +170,7 @@ ConfigData::~ConfigData()
 
 void ConfigData::CopyChildren(const ConfigData & other)
 {
-    if (other.children == nullptr || (children == nullptr && (children = NewList()) == nullptr))
+    if (!*this || other.children == nullptr || (children == nullptr && (children = NewList()) == nullptr))
         return;
     // Counted first, so that copying a node's children into itself stops at the original ones.
     int count = other.children->GetCount();
@@ -191,19 +199,14 @@ void ConfigData::DeleteChildren()
         return;
     while (!pending->IsEmpty())
     {
-        int top = pending->GetCount() - 1;
-        ConfigData * node = *pending->Get(top);
+        ConfigData * node = *pending->Last();
         NodeList * below = node->children;
-        if (below != nullptr && !below->IsEmpty())
+        if (below != nullptr && !below->IsEmpty() && pending->Add(*below->Last()))
         {
-            int last = below->GetCount() - 1;
-            if (pending->Add(*below->Get(last)))
-            {
-                below->Remove(last);
-                continue;
-            }
+            below->RemoveLast();
+            continue;
         }
-        pending->Remove(top);
+        pending->RemoveLast();
         delete node;
     }
     delete pending;
@@ -215,10 +218,15 @@ void ConfigData::AssignNodes(NodeList * list)
         return;
     DeleteChildren();
     children = list;
+    // The null node takes nothing: the list it was given goes at once.
+    if (!*this)
+        DeleteChildren();
 }
 
 bool ConfigData::AddChild(ConfigData * child)
 {
+    if (!*this)
+        return false;
     if (children == nullptr && (children = NewList()) == nullptr)
         return false;
     return children->Add(child);

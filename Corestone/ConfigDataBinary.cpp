@@ -172,9 +172,10 @@ bool ConfigData::ReadBinNode(File & file, int depth)
 {
     PString readName;
     unsigned char code = 0;
-    if (depth >= maxDepth || !file.Read(readName) || !file.Read(code) || code > TYPE_STRINGARRAY)
+    if (depth >= maxDepth || !*this || !file.Read(readName) || !file.Read(code) || code > TYPE_STRINGARRAY)
         return false;
-    name = readName;
+    // Unnamed nodes (the root, unnamed values) read back unnamed rather than named "".
+    name = readName.Length() > 0 ? readName : PString();
     return ReadBinData(file, code) && ReadBinChildren(file, depth);
 }
 
@@ -209,7 +210,8 @@ bool ConfigData::ReadBinData(File & file, int dataType)
         unsigned int unit = dataType == TYPE_BYTEARRAY ? 1 : 4;
         if (!ReadCount(file, unit, count) || (block = NewBlock(arrayType, count)) == nullptr)
             return false;
-        if (file.Read(Elements(arrayType, block), unit, count) != static_cast<unsigned long>(count))
+        if (file.Read(Elements(arrayType, block), static_cast<unsigned long>(count), unit) !=
+            static_cast<unsigned long>(count))
         {
             FreeBlock(arrayType, block);
             return false;
@@ -226,7 +228,8 @@ bool ConfigData::ReadBinData(File & file, int dataType)
     return true;
 }
 
-// A string array block, or null (with the strings read so far released) when a record fails.
+// A string array block, or null (with the strings read so far released) when a record fails. An
+// empty element reads back as the null handle it was most likely written from.
 void * ConfigData::ReadStrings(File & file, int count)
 {
     void * block = NewBlock(TYPE_STRINGARRAY, count);
@@ -242,7 +245,7 @@ void * ConfigData::ReadStrings(File & file, int count)
             FreeBlock(TYPE_STRINGARRAY, block);
             return nullptr;
         }
-        new (strings + i) PString(text);
+        new (strings + i) PString(text.Length() > 0 ? text : PString());
     }
     return block;
 }

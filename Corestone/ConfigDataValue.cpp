@@ -160,7 +160,7 @@ void ConfigData::ClearData()
 
 void ConfigData::CopyData(const ConfigData & other)
 {
-    if (this == &other)
+    if (this == &other || !*this)
         return;
     if (other.type >= TYPE_BYTEARRAY)
     {
@@ -185,6 +185,8 @@ void ConfigData::CopyData(const ConfigData & other)
 // The new block is filled before the old data goes, since values may lie in the old block.
 void ConfigData::SetArray(DataType arrayType, const void * values, int count)
 {
+    if (!*this)
+        return;
     void * block = NewBlock(arrayType, count < 0 ? 0 : count);
     if (block != nullptr)
         CopyElements(arrayType, Elements(arrayType, block), values, CountOf(block));
@@ -197,6 +199,8 @@ void ConfigData::SetArray(DataType arrayType, const void * values, int count)
 
 void ConfigData::AddArray(DataType arrayType, const void * values, int count)
 {
+    if (!*this)
+        return;
     if (type == TYPE_NONE)
         return SetArray(arrayType, values, count);
     if (type != arrayType || count <= 0)
@@ -257,6 +261,8 @@ void ConfigData::SetIntData(long value)
 
 ConfigData & ConfigData::SetInt(long value)
 {
+    if (!*this)
+        return *this;
     ClearData();
     data.integer = static_cast<int32_t>(value);
     type = TYPE_INT;
@@ -265,6 +271,8 @@ ConfigData & ConfigData::SetInt(long value)
 
 void ConfigData::SetFloatData(float value)
 {
+    if (!*this)
+        return;
     ClearData();
     data.real = value;
     type = TYPE_FLOAT;
@@ -275,7 +283,7 @@ void ConfigData::SetPStringData(const PString & value)
     // value may be this node's own item, which ClearData releases.
     PString kept(value);
     ClearData();
-    if (kept.Length() == 0)
+    if (kept.Length() == 0 || !*this)
         return;
     new (&data.text) PString(static_cast<PString &&>(kept));
     type = TYPE_STRING;
@@ -328,6 +336,8 @@ void ConfigData::SetPStringList(const PStringList & list)
 
 bool ConfigData::SetAnsi(const AnsiString & text)
 {
+    if (!*this)
+        return false;
     if (text.Length() == 0)
     {
         ClearData();

@@ -168,7 +168,8 @@ bool ConfigData::PStringWriter::Flush()
         old <= TextOps::MaxTextBytes - used ? static_cast<unsigned char *>(Alloc::New(old + used)) : nullptr;
     if (joined != nullptr)
     {
-        std::memcpy(joined, static_cast<const char *>(text), old);
+        if (old > 0)
+            std::memcpy(joined, static_cast<const char *>(text), old);
         std::memcpy(joined + old, buffer, used);
         PString appended(reinterpret_cast<const char *>(joined), old + used);
         Alloc::Delete(joined);

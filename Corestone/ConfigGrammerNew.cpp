@@ -80,17 +80,6 @@ int FormatFloat(uint32_t bits, char * text, size_t size)
     return std::snprintf(text, size, "%f", static_cast<double>(value));
 }
 
-// A float truncated as the processor does it: a value out of range, or not a number, gives the
-// least integer.
-int32_t Truncate(uint32_t bits)
-{
-    float value = 0;
-    std::memcpy(&value, &bits, sizeof(value));
-    if (value >= -2147483648.0f && value < 2147483648.0f)
-        return static_cast<int32_t>(value);
-    return INT32_MIN;
-}
-
 uint32_t Bits(float value)
 {
     uint32_t bits = 0;
@@ -336,17 +325,13 @@ ConfigData * ConfigBuilder::ArrayNode()
     return node;
 }
 
+// Only a list of integers alone is an integer list.
 void ConfigBuilder::FillInts(ConfigData & node) const
 {
     DynamicArray<int, 64> values;
     values.Reserve(items.GetCount());
     for (const ConfigItem & item : items)
-    {
-        if (item.kind == ConfigItem::KIND_STRING)
-            values.Add(ConfigNumber::ReadInt(item.text.text, item.text.length));
-        else
-            values.Add(item.kind == ConfigItem::KIND_FLOAT ? Truncate(item.floatBits) : item.integer);
-    }
+        values.Add(item.integer);
     node.SetIntArray(values.GetData(), values.GetCount());
 }
 

@@ -73,16 +73,18 @@ private:
 
     int LexInitial();
     int LexMain(ConfigValue & value);
-    int LexQuoted(ConfigValue & value, char close);
+    int LexQuoted(ConfigValue & value, const char * first, char close);
     int LexHex(ConfigValue & value);
-    bool SkipComment();
+    const char * SkipComment(const char * from);
+    int Emit(ConfigValue & value, int code, const char * first, const char * last);
+    void AddHex(unsigned char byte);
     ConfigText Decode(const char * from, const char * to);
     char * Reserve(uint32_t size);
-    int Token(ConfigValue & value, int code);
 
+    // Where the next token starts; the scanning functions keep their position in locals, so the
+    // compiler holds it in a register, and store it here when they return.
     const char * cursor;
     const char * limit;
-    const char * marker = nullptr;
     const char * token = nullptr;
     int line = 1;
     enum class State : uint8_t
@@ -93,8 +95,10 @@ private:
         HexEnd,   // the ";" that closed them
         Finished, // the end of the text was reported
     } state = State::Header;
-    // The bytes of the hex run being read; its value is consumed before another one is read.
-    DynamicArray<unsigned char, 256> hex;
+    // The bytes of the hex run read last; its value is consumed before another one is read.
+    unsigned char * hex = nullptr;
+    uint32_t hexCount = 0;
+    uint32_t hexRoom = 0;
     Block * blocks = nullptr;
 };
 

@@ -19,11 +19,11 @@ namespace Kiv
     re2c:api = custom;
     re2c:api:style = free-form;
     re2c:define:YYCTYPE = "unsigned char";
-    re2c:define:YYPEEK = "(cursor < limit ? static_cast<unsigned char>(*cursor) : 0)";
-    re2c:define:YYSKIP = "++cursor;";
-    re2c:define:YYBACKUP = "marker = cursor;";
-    re2c:define:YYRESTORE = "cursor = marker;";
-    re2c:define:YYLESSTHAN = "limit - cursor < @@{len}";
+    re2c:define:YYPEEK = "(cur < lim ? static_cast<unsigned char>(*cur) : 0)";
+    re2c:define:YYSKIP = "++cur;";
+    re2c:define:YYBACKUP = "mark = cur;";
+    re2c:define:YYRESTORE = "cur = mark;";
+    re2c:define:YYLESSTHAN = "lim - cur < @@{len}";
     re2c:yyfill:enable = 0;
     re2c:eof = 0;
     re2c:indent:string = "    ";
@@ -70,6 +70,8 @@ scfgFlexLexer::~scfgFlexLexer()
         Alloc::Delete(blocks);
         blocks = next;
     }
+    if (hex != nullptr)
+        Alloc::Delete(hex);
 }
 
 int scfgFlexLexer::Lex(ConfigValue & value)
@@ -82,8 +84,7 @@ int scfgFlexLexer::Lex(ConfigValue & value)
         return LexHex(value);
     case State::HexEnd:
         state = State::Main;
-        token = cursor++;
-        return Token(value, CFG_SC);
+        return Emit(value, CFG_SC, cursor, cursor + 1);
     case State::Finished:
         return 0;
     default:
@@ -98,80 +99,90 @@ ConfigText scfgFlexLexer::LastToken() const
     return ConfigText{token, static_cast<uint32_t>(cursor - token)};
 }
 
-int scfgFlexLexer::Token(ConfigValue & value, int code)
+int scfgFlexLexer::Emit(ConfigValue & value, int code, const char * first, const char * last)
 {
-    value.text = ConfigText{token, static_cast<uint32_t>(cursor - token)};
+    token = first;
+    cursor = last;
+    value.text = ConfigText{first, static_cast<uint32_t>(last - first)};
     return code;
 }
 
 int scfgFlexLexer::LexInitial()
 {
+    const char * cur = cursor;
+    const char * const lim = limit;
+    const char * mark = cur;
     for (;;)
     {
-        token = cursor;
+        token = cursor = cur;
         /*!re2c
             $ { state = State::Finished; return 0; }
             blank { continue; }
             "\n" { ++line; continue; }
             lineComment { continue; }
-            "/*" { if (!SkipComment()) return -1; continue; }
-            "version" { state = State::Main; return CFG_VERSION; }
-            * { return -1; }
+            "/*" { cur = SkipComment(cur); if (cur == nullptr) return -1; continue; }
+            "version" { cursor = cur; state = State::Main; return CFG_VERSION; }
+            * { cursor = cur; return -1; }
         */
     }
 }
 
 int scfgFlexLexer::LexMain(ConfigValue & value)
 {
+    const char * cur = cursor;
+    const char * const lim = limit;
     for (;;)
     {
-        token = cursor;
+        const char * const first = cur;
         /*!re2c
-            $ { state = State::Finished; return 0; }
+            $ { token = cursor = cur; state = State::Finished; return 0; }
             blank { continue; }
             "\n" { ++line; continue; }
             lineComment { continue; }
-            "/*" { if (!SkipComment()) return -1; continue; }
-            "=" { return Token(value, CFG_ASSIGN); }
-            "{" { value.node = nullptr; return CFG_START; }
-            "}" { return Token(value, CFG_END); }
-            "(" { return Token(value, CFG_OPEN); }
-            ")" { return Token(value, CFG_CLOSE); }
-            ";" { return Token(value, CFG_SC); }
-            "," { return Token(value, CFG_COMMA); }
-            ":" { state = State::Hex; return Token(value, CFG_RAWASSIGN); }
-            ["`] { return LexQuoted(value, *token); }
-            [+-]? "1.#INF" { return Token(value, CFG_FLOATINF); }
-            [+-]? "1.#QNAN" { return Token(value, CFG_FLOATQNAN); }
-            [+-]? "1.#IND" { return Token(value, CFG_FLOATIND); }
-            intNumber { return Token(value, CFG_INT); }
-            floatNumber { return Token(value, CFG_FLOAT); }
-            word { return Token(value, CFG_STRING); }
-            * { return Token(value, CFG_SCFGUNDEF); }
+            "/*" { token = cursor = first; cur = SkipComment(cur); if (cur == nullptr) return -1; continue; }
+            "=" { return Emit(value, CFG_ASSIGN, first, cur); }
+            "{" { Emit(value, CFG_START, first, cur); value.node = nullptr; return CFG_START; }
+            "}" { return Emit(value, CFG_END, first, cur); }
+            "(" { return Emit(value, CFG_OPEN, first, cur); }
+            ")" { return Emit(value, CFG_CLOSE, first, cur); }
+            ";" { return Emit(value, CFG_SC, first, cur); }
+            "," { return Emit(value, CFG_COMMA, first, cur); }
+            ":" { state = State::Hex; return Emit(value, CFG_RAWASSIGN, first, cur); }
+            ["`] { return LexQuoted(value, first, *first); }
+            [+-]? "1.#INF" { return Emit(value, CFG_FLOATINF, first, cur); }
+            [+-]? "1.#QNAN" { return Emit(value, CFG_FLOATQNAN, first, cur); }
+            [+-]? "1.#IND" { return Emit(value, CFG_FLOATIND, first, cur); }
+            intNumber { return Emit(value, CFG_INT, first, cur); }
+            floatNumber { return Emit(value, CFG_FLOAT, first, cur); }
+            word { return Emit(value, CFG_STRING, first, cur); }
+            * { return Emit(value, CFG_SCFGUNDEF, first, cur); }
         */
     }
 }
 
 // The run after the opening quote up to the closing one; a backslash escapes the character after
 // it, so neither kind of quote ends the run when escaped.
-int scfgFlexLexer::LexQuoted(ConfigValue & value, char close)
+int scfgFlexLexer::LexQuoted(ConfigValue & value, const char * first, char close)
 {
-    const char * first = cursor;
+    token = first;
+    const char * cur = first + 1;
+    const char * const lim = limit;
     bool escaped = false;
-    for (; cursor < limit && *cursor != close; ++cursor)
+    for (; cur < lim && *cur != close; ++cur)
     {
-        if (*cursor == '\\' && limit - cursor > 1)
+        if (*cur == '\\' && lim - cur > 1)
         {
             escaped = true;
-            ++cursor;
+            ++cur;
         }
-        if (*cursor == '\n')
+        if (*cur == '\n')
             ++line;
     }
-    if (cursor == limit)
+    cursor = cur;
+    if (cur == lim)
         return -1;
-    const char * last = cursor++;
-    value.text = escaped ? Decode(first, last) : ConfigText{first, static_cast<uint32_t>(last - first)};
+    cursor = cur + 1;
+    value.text = escaped ? Decode(first + 1, cur) : ConfigText{first + 1, static_cast<uint32_t>(cur - first - 1)};
     return CFG_STRING;
 }
 
@@ -234,48 +245,61 @@ char * scfgFlexLexer::Reserve(uint32_t size)
     return blocks->Bytes() + blocks->used;
 }
 
+void scfgFlexLexer::AddHex(unsigned char byte)
+{
+    if (hexCount == hexRoom)
+    {
+        const uint32_t room = hexRoom != 0 ? 2 * hexRoom : 256;
+        auto * larger = static_cast<unsigned char *>(Alloc::New(room));
+        if (larger == nullptr)
+            throw std::bad_alloc();
+        if (hex != nullptr)
+        {
+            std::memcpy(larger, hex, hexCount);
+            Alloc::Delete(hex);
+        }
+        hex = larger;
+        hexRoom = room;
+    }
+    hex[hexCount++] = byte;
+}
+
 // Hex digit pairs up to the ";", which is delivered as a token of its own next.
 int scfgFlexLexer::LexHex(ConfigValue & value)
 {
-    hex.RemoveAll();
-    const char * first = cursor;
+    hexCount = 0;
+    const char * cur = cursor;
+    const char * const lim = limit;
     for (;;)
     {
-        token = cursor;
+        const char * const first = cur;
         /*!re2c
             blank { continue; }
             "\n" { ++line; continue; }
             "//" [^\n]* { continue; }
-            hexDigit hexDigit {
-                hex.Add(static_cast<unsigned char>(HexValue(token[0]) << 4 | HexValue(token[1])));
-                continue;
-            }
+            hexDigit hexDigit { AddHex(static_cast<unsigned char>(HexValue(first[0]) << 4 | HexValue(first[1]))); continue; }
             ";" { break; }
-            * { return -1; }
-            $ { return -1; }
+            * { token = first; cursor = cur; return -1; }
+            $ { token = cursor = cur; return -1; }
         */
     }
     // The ";" is read again as a token of its own.
-    --cursor;
-    token = first;
-    value.text = ConfigText{reinterpret_cast<const char *>(hex.GetData()), static_cast<uint32_t>(hex.GetCount())};
     state = State::HexEnd;
+    Emit(value, CFG_HEXSTRING, cursor, cur - 1);
+    value.text = ConfigText{reinterpret_cast<const char *>(hex), hexCount};
     return CFG_HEXSTRING;
 }
 
-// A block comment from after its "/*" to its "*/"; false when the text ends first.
-bool scfgFlexLexer::SkipComment()
+// A block comment from after its "/*" to past its "*/"; null when the text ends first.
+const char * scfgFlexLexer::SkipComment(const char * from)
 {
-    for (; cursor < limit; ++cursor)
+    for (; from < limit; ++from)
     {
-        if (*cursor == '\n')
+        if (*from == '\n')
             ++line;
-        else if (*cursor == '*' && limit - cursor > 1 && cursor[1] == '/')
-        {
-            cursor += 2;
-            return true;
-        }
+        else if (*from == '*' && limit - from > 1 && from[1] == '/')
+            return from + 2;
     }
-    return false;
+    return nullptr;
 }
 } // namespace Kiv

@@ -9,7 +9,7 @@ packages() {
     test)  echo cmake ninja-build g++ googletest bison re2c g++-multilib qemu-user \
                 g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine64 \
                 libeigen3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev ;;
-    bench) echo cmake ninja-build g++ bison re2c python3 libbenchmark-dev libmimalloc-dev libjemalloc-dev \
+    bench) echo cmake ninja-build g++ bison re2c python3 flex libbenchmark-dev libmimalloc-dev libjemalloc-dev \
                 libgoogle-perftools-dev libeigen3-dev zlib1g-dev liblz4-dev libzstd-dev \
                 libphysfs-dev zip libconfig++-dev libyaml-cpp-dev libtomlplusplus-dev rapidjson-dev ;;
     *) echo "unknown group $1" >&2; exit 2 ;;

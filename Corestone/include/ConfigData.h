@@ -118,7 +118,9 @@ public:
     static void * operator new(std::size_t, void * place) { return place; }
     static void operator delete(void *, void *) {}
 
-    // The shared empty node every failed lookup answers. Never modify it.
+    // The shared empty node every failed lookup answers. Setters, appends and reads into it do
+    // nothing, so that a chain of lookups that failed cannot change what every later failed lookup
+    // answers.
     static ConfigData nullNode;
 
     ConfigData() = default;
@@ -137,7 +139,7 @@ public:
     static PStringArray * CopyPStringArray(const PStringArray * array);
 
     const PString & GetName() const { return name; }
-    void SetName(const PString & newName) { name = newName; }
+    void SetName(const PString & newName);
 
     // The data word as a pooled string (the null string unless the type is a string).
     operator const PString &() const;

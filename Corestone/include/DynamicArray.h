@@ -279,6 +279,16 @@ public:
             index -= block->used;
         return &block->entries[index];
     }
+    // The last entry, or null when there is none; with RemoveLast the array serves as a stack.
+    T * Last() const
+    {
+        return first != nullptr ? &first->previous->entries[first->previous->used - 1] : nullptr;
+    }
+    void RemoveLast()
+    {
+        if (first != nullptr)
+            RemoveFrom(first->previous, first->previous->used - 1);
+    }
     // The first index holding an equal value, or -1.
     int Find(const T & value) const
     {
