@@ -235,15 +235,15 @@ private:
     // Texts from every class the quoting rules tell apart; empty ones only where allowed.
     PString Text(bool emptyAllowed)
     {
-        static const char * const looksNumeric[] = {"1e5", "08",  "0x1F", "-0x10", "1.0f", "0.5.5", "1.#INF00",
-                                                    "-1.#INF", "+7", ".5", "1.", "-2.5e-3", "version", "a:b"};
-        static const char * const classes[] = {
-            "abcxyzABCXYZ_",  // plain words
-            "0123456789",     // digits, quoted when first
-            " #/,;=(){}",     // quoted
-            "\"\\`\b\t\n\r",  // escaped
-            ":-.@+*!?%&'~^|", // left bare
-            "\x01\x02\x1f\x7f", "\x80\xa0\xc3\xe9\xff"};
+        static const char * const looksNumeric[] = {"1e5",   "08",       "0x1F",    "-0x10", "1.0f",
+                                                    "0.5.5", "1.#INF00", "-1.#INF", "+7",    ".5",
+                                                    "1.",    "-2.5e-3",  "version", "a:b"};
+        static const char * const classes[] = {"abcxyzABCXYZ_",  // plain words
+                                               "0123456789",     // digits, quoted when first
+                                               " #/,;=(){}",     // quoted
+                                               "\"\\`\b\t\n\r",  // escaped
+                                               ":-.@+*!?%&'~^|", // left bare
+                                               "\x01\x02\x1f\x7f", "\x80\xa0\xc3\xe9\xff"};
         for (;;)
         {
             std::string text;

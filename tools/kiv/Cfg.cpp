@@ -43,7 +43,8 @@ void Config::Load(const std::string & name)
     File file;
     Open(file, name, File::MODE_READ);
     unsigned char head[sizeof(binaryHeader)] = {};
-    const bool binary = file.Read(head, sizeof(head), 1) == sizeof(head) && memcmp(head, binaryHeader, sizeof(head)) == 0;
+    const bool binary =
+        file.Read(head, sizeof(head), 1) == sizeof(head) && memcmp(head, binaryHeader, sizeof(head)) == 0;
     file.SeekSet(0);
     if (!binary)
         return LoadText(file, name);
@@ -55,15 +56,17 @@ void Config::Load(const std::string & name)
         Fail(name, "not a valid binary configuration (cut short, or a bad type)");
 }
 
-// A syntax error fails with the parser's message, "FILE(LINE): text".
+// A syntax error fails with the parser's message, "FILE(LINE): text". The text form names no root
+// (the parser names it after the file), so the root is left unnamed and the binary form of a text
+// is the same whatever the file is called.
 void Config::LoadText(File & file, const std::string & name)
 {
     Kiv::MemoryFile text(file, true);
     if (Parse(name.c_str(), text.Data(), text.Size()).Succeeded())
-        return;
+        return GetConfigRoot()->SetName(Kiv::PString());
     const std::string message(GetLastError().Length() != 0 ? static_cast<const char *>(GetLastError()) : "");
-    const size_t reason = message.compare(0, name.size(), name) == 0 ? message.find(": ", name.size())
-                                                                       : std::string::npos;
+    const size_t reason =
+        message.compare(0, name.size(), name) == 0 ? message.find(": ", name.size()) : std::string::npos;
     if (reason == std::string::npos)
         Fail(name, message.empty() ? "not a valid configuration" : message);
     Fail(message.substr(0, reason), message.substr(reason + 2));
@@ -191,7 +194,9 @@ const ConfigData & Walk(const ConfigData & root, const std::vector<Step> & steps
     for (const Step & step : steps)
     {
         const Kiv::PString name(step.name.c_str(), static_cast<unsigned int>(step.name.size()));
-        node = !step.named ? &node->Find(step.index) : step.index < 0 ? &node->Find(name) : &node->Find(name, step.index);
+        node = !step.named      ? &node->Find(step.index)
+               : step.index < 0 ? &node->Find(name)
+                                : &node->Find(name, step.index);
     }
     return *node;
 }
@@ -255,7 +260,8 @@ struct Action
     int (*run)(const std::vector<std::string> & operands);
 };
 
-const Action actions[] = {{"check", 1, Check}, {"get", 2, Get}, {"tobin", 2, ToBinary}, {"totext", 2, ToText}};
+const Action actions[] = {
+    {"check", 1, Check}, {"get", 2, Get}, {"tobin", 2, ToBinary}, {"totext", 2, ToText}};
 
 int Run(const Arguments & arguments)
 {

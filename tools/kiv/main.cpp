@@ -9,9 +9,9 @@
 namespace
 {
 const Tool::Command * const commands[] = {
-    &Tool::packCommand,   &Tool::listCommand,     &Tool::extractCommand,    &Tool::addCommand,
-    &Tool::removeCommand, &Tool::compressCommand, &Tool::decompressCommand, &Tool::crcCommand,
-    &Tool::cfgCommand,
+    &Tool::packCommand,       &Tool::listCommand,   &Tool::extractCommand,
+    &Tool::addCommand,        &Tool::removeCommand, &Tool::compressCommand,
+    &Tool::decompressCommand, &Tool::crcCommand,    &Tool::cfgCommand,
 };
 
 enum ExitCode
