@@ -12,7 +12,6 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -162,7 +161,6 @@ private:
         static const char * const classes[] = {"abcxyzABCXYZ_",       "0123456789",     " #/,;=(){}",
                                                "\"\\`\b\t\n\r",       ":-.@+*!?%&'~^|", "\x01\x1f\x7f",
                                                "\x80\xa0\xc3\xe9\xff"};
-        static const std::regex number("[+-]?([0-9]+|([0-9]+\\.[0-9]*|\\.[0-9]+)([eE][+-]?[0-9]+)?)");
         for (;;)
         {
             std::string text = Below(8) == 0 ? numeric[Below(sizeof(numeric) / sizeof(*numeric))] : "";
@@ -173,10 +171,32 @@ private:
             }
             const bool bare = !text.empty() && std::strchr("+-.", text[0]) != nullptr;
             if (text.empty() ? !emptyAllowed
-                             : forText && ((bare && std::regex_match(text, number)) || text[0] == ':'))
+                             : forText && ((bare && IsNumber(text.c_str())) || text[0] == ':'))
                 continue;
             return PString(text.c_str(), static_cast<unsigned int>(text.size()));
         }
+    }
+
+    // The scanner's numbers: a sign, then digits, or digits with a point and an optional exponent.
+    static bool IsNumber(const char * p)
+    {
+        p += *p == '+' || *p == '-';
+        const char * digits = p;
+        p += std::strspn(p, "0123456789");
+        if (*p != '.')
+            return *p == 0 && p != digits;
+        const char * fraction = ++p;
+        p += std::strspn(p, "0123456789");
+        if (p == fraction && fraction == digits + 1)
+            return false;
+        if (*p == 'e' || *p == 'E')
+        {
+            p += 1 + (p[1] == '+' || p[1] == '-');
+            const size_t exponent = std::strspn(p, "0123456789");
+            p += exponent;
+            return exponent != 0 && *p == 0;
+        }
+        return *p == 0;
     }
 
     std::mt19937 random;
