@@ -76,8 +76,12 @@ Outcome RunKiv(const TempDir & dir, std::vector<std::string> words)
     words.insert(words.begin(), KivProgram());
 #if defined(_WIN32)
     std::string command = "\"";
-    for (const std::string & word : words)
+    for (std::string word : words)
+    {
+        for (size_t quote = 0; (quote = word.find('"', quote)) != std::string::npos; quote += 2)
+            word.insert(quote, "\\");
         command += "\"" + word + "\" ";
+    }
     command += "> \"" + out + "\" 2> \"" + err + "\"\"";
     const int code = std::system(command.c_str());
 #else

@@ -72,13 +72,23 @@ void Config::LoadText(File & file, const std::string & name)
     Fail(message.substr(0, reason), message.substr(reason + 2));
 }
 
-// Sends the text writer's pieces to standard output.
+// Sends the text writer's pieces to standard output. A raw carriage return only ends a line there
+// (strings carry theirs escaped), so dropping it leaves line ends to the runtime's text mode.
 class Output : public ConfigData::Writer
 {
 public:
     bool Write(const void * data, unsigned int size, unsigned int count) override
     {
-        return fwrite(data, size, count, stdout) == count;
+        const char * text = static_cast<const char *>(data);
+        for (const char * end = text + size * count; text < end;)
+        {
+            const auto * cr = static_cast<const char *>(memchr(text, '\r', static_cast<size_t>(end - text)));
+            const char * stop = cr != nullptr ? cr : end;
+            if (fwrite(text, 1, static_cast<size_t>(stop - text), stdout) != static_cast<size_t>(stop - text))
+                return false;
+            text = cr != nullptr ? cr + 1 : end;
+        }
+        return true;
     }
     int GetEncoding() override { return File::ENCODING_ANSI; }
 };
