@@ -237,30 +237,29 @@ int Get(const std::vector<std::string> & operands)
     return 0;
 }
 
-int ToBinary(const std::vector<std::string> & operands)
+// Writes IN into OUT the way write does; an OUT left unfinished is removed.
+int Convert(const std::vector<std::string> & operands, bool (*write)(Config & config, File & out))
 {
     Config config;
     config.Load(operands[0]);
     Produce(operands[1], File::MODE_WRITE | File::MODE_CREATE,
             [&](File & out)
             {
-                if (!config.Root().WriteBin(out))
+                if (!write(config, out))
                     Fail(operands[1], "write failed (disk full?)");
             });
     return 0;
 }
 
+int ToBinary(const std::vector<std::string> & operands)
+{
+    return Convert(operands, [](Config & config, File & out) { return config.Root().WriteBin(out); });
+}
+
 int ToText(const std::vector<std::string> & operands)
 {
-    Config config;
-    config.Load(operands[0]);
-    Produce(operands[1], File::MODE_WRITE | File::MODE_CREATE,
-            [&](File & out)
-            {
-                if (!config.WriteData(out, File::ENCODING_DEFAULT))
-                    Fail(operands[1], "write failed (disk full?)");
-            });
-    return 0;
+    return Convert(operands,
+                   [](Config & config, File & out) { return config.WriteData(out, File::ENCODING_DEFAULT); });
 }
 
 struct Action
