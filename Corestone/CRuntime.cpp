@@ -350,12 +350,10 @@ private:
     int point = 0;
 };
 
-char * PutSpecial(char * out, uint64_t bits)
+char * PutNonFinite(char * out, uint64_t bits)
 {
     uint64_t payload = bits & ((uint64_t(1) << 52) - 1);
-    const char * name = payload == 0 ? "INF" : payload == uint64_t(1) << 51 ? "IND" : "QNAN";
-    std::memcpy(out, "1.#", 3);
-    out += 3;
+    const char * name = payload == 0 ? "1.#INF" : payload == uint64_t(1) << 51 ? "1.#IND" : "1.#QNAN";
     for (; *name != 0; ++name)
         *out++ = *name;
     return out;
@@ -416,7 +414,7 @@ char * Gcvt(double value, int digits, char * buffer)
     if (bits >> 63 != 0)
         *out++ = '-';
     if ((bits >> 52 & 0x7FF) == 0x7FF)
-        *PutSpecial(out, bits) = 0;
+        *PutNonFinite(out, bits) = 0;
     else
     {
         ExactDecimal exact(value);

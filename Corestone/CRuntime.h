@@ -54,7 +54,8 @@ double Atof(const char * text);
 // The Windows runtime's _gcvt: digits significant digits (1 to 40) in the fixed form when the
 // value's decimal exponent lies from -1 to digits - 1, else in the exponent form with a sign and at
 // least three exponent digits ("1.2345679e+008"); trailing zeros after the point are dropped but
-// the point stays ("100."). The digits are the exact value's, rounded half up, the same on every
+// the point stays ("100."), except that a value with exactly digits integer digits has no point at
+// all ("12345678"), as there. The digits are the exact value's, rounded half up, the same on every
 // target. Infinities are "1.#INF" and "-1.#INF"; a quiet NaN without payload is "1.#IND" or
 // "-1.#IND" and any other NaN "1.#QNAN" or "-1.#QNAN", so that the text names the NaN it came from
 // as closely as these forms can. buffer needs digits + 10 bytes; answers buffer.

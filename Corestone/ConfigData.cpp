@@ -8,17 +8,19 @@
 
 namespace Kiv
 {
-ConfigData ConfigData::nullNode;
+// The empty node and the node pool have their places in the library's load order (Startup.cpp):
+// built before the library's other statics, which may hold trees, and destroyed after them.
+__attribute__((init_priority(103))) ConfigData ConfigData::nullNode;
 
 namespace
 {
-// Every node of every tree comes from this pool. It is made on first use and never destroyed, so
-// that a tree held by a static of any library or program can still free its nodes at exit.
+// Every node of every tree comes from this pool. Programs and libraries using this one are
+// unloaded before it, so their static trees have freed their nodes when the pool goes.
+__attribute__((init_priority(104))) PoolBlockAlloc nodePool(sizeof(ConfigData), 512, 4);
+
 PoolBlockAlloc & NodePool()
 {
-    alignas(PoolBlockAlloc) static unsigned char storage[sizeof(PoolBlockAlloc)];
-    static PoolBlockAlloc * pool = new (storage) PoolBlockAlloc(sizeof(ConfigData), 512, 4);
-    return *pool;
+    return nodePool;
 }
 
 // A node from the pool, or null when the pool is out of memory.
@@ -125,6 +127,16 @@ void ConfigData::operator delete(void * p)
 {
     if (p != nullptr)
         NodePool().Free(p);
+}
+
+ConfigData & ConfigData::Null()
+{
+    return nullNode;
+}
+
+ConfigData::operator bool() const
+{
+    return this != &nullNode;
 }
 
 ConfigData::ConfigData(const PString & name) : name(name) {}

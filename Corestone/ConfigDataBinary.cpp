@@ -42,6 +42,20 @@ uint64_t Remaining(File & file)
     return size > file.Tell() ? size - file.Tell() : 0;
 }
 
+unsigned long WriteMode(bool compressed)
+{
+    return (compressed ? File::MODE_WRITE_COMPRESSED : File::MODE_WRITE) | File::MODE_CREATE;
+}
+
+// A file that failed to close did not store all that was written.
+bool WriteAndClose(const ConfigData & node, File & file, File::Result opened, int encoding)
+{
+    if (opened != File::RES_OK)
+        return false;
+    bool written = node.WriteBin(file, encoding);
+    return file.Close() == File::RES_OK && written;
+}
+
 // An element count the rest of the file can hold, each element taking at least unit bytes.
 bool ReadCount(File & file, unsigned int unit, int & count)
 {
@@ -75,19 +89,14 @@ bool ConfigData::WriteBin(PString & bytes, int encoding) const
 bool ConfigData::WriteBin(const char * fileName, bool compressed, int encoding) const
 {
     File file;
-    unsigned long mode = (compressed ? File::MODE_WRITE_COMPRESSED : File::MODE_WRITE) | File::MODE_CREATE;
-    if (file.Open(fileName, mode) != File::RES_OK)
-        return false;
-    bool written = WriteBin(file, encoding);
-    return file.Close() == File::RES_OK && written;
+    return WriteAndClose(*this, file, file.Open(fileName, WriteMode(compressed)), encoding);
 }
 
 bool ConfigData::WriteBin(const PString & directory, const char * fileName, bool compressed,
                           int encoding) const
 {
-    File::Path path;
-    path.Make(directory, fileName);
-    return WriteBin(path.Text(), compressed, encoding);
+    File file;
+    return WriteAndClose(*this, file, file.Open(directory, fileName, WriteMode(compressed)), encoding);
 }
 
 bool ConfigData::WriteBinFile(Writer & writer, int encoding) const

@@ -287,21 +287,31 @@ bool ConfigData::WriteBlock(Writer & writer, int level, int encoding) const
     return HasChildren() ? WriteDataBlock(writer, level, encoding) : WriteDataItem(writer, level, encoding);
 }
 
+bool ConfigData::WriteText(Writer & writer, const String & text, int & column, int encoding)
+{
+    column += static_cast<int>(text.Length());
+    return WriteChars(writer, text, static_cast<int>(text.Length()), encoding);
+}
+
+// The indentation and the name, if there is one.
+bool ConfigData::WriteLead(Writer & writer, int level, int & column, int encoding) const
+{
+    column = 2 * level;
+    return WriteTabs(writer, level, encoding) &&
+           (name.IsNull() || WriteText(writer, FormattedName(name), column, encoding));
+}
+
+bool ConfigData::WriteEnclosed(Writer & writer, int & column, int encoding) const
+{
+    return WriteText(writer, "(", column, encoding) && WriteValue(writer, column, encoding) &&
+           WriteChars(writer, ")", 1, encoding);
+}
+
 bool ConfigData::WriteDataBlock(Writer & writer, int level, int encoding) const
 {
-    int column = 2 * level;
-    if (!WriteTabs(writer, level, encoding))
-        return false;
-    if (!name.IsNull())
-    {
-        String formatted = FormattedName(name);
-        column += static_cast<int>(formatted.Length());
-        if (!WriteChars(writer, formatted, static_cast<int>(formatted.Length()), encoding))
-            return false;
-    }
-    if (type != TYPE_NONE &&
-        (!WriteChars(writer, "(", 1, encoding) || !WriteValue(writer, ++column, encoding) ||
-         !WriteChars(writer, ")", 1, encoding)))
+    int column = 0;
+    if (!WriteLead(writer, level, column, encoding) ||
+        (type != TYPE_NONE && !WriteEnclosed(writer, column, encoding)))
         return false;
     return WriteChars(writer, lineEnd, 2, encoding) && WriteTabs(writer, level, encoding) &&
            WriteChars(writer, "{\r\n", 3, encoding) && WriteChildList(writer, level + 1, encoding) &&
@@ -312,26 +322,16 @@ bool ConfigData::WriteDataItem(Writer & writer, int level, int encoding) const
 {
     if (name.IsNull() && type == TYPE_NONE)
         return true;
-    int column = 2 * level;
-    if (!WriteTabs(writer, level, encoding))
-        return false;
-    if (!name.IsNull())
-    {
-        String formatted = FormattedName(name);
-        column += static_cast<int>(formatted.Length());
-        if (!WriteChars(writer, formatted, static_cast<int>(formatted.Length()), encoding))
-            return false;
-    }
+    int column = 0;
     // An unnamed scalar still gets its equals sign, which the reader takes as an unnamed node.
     bool scalar = type != TYPE_NONE && type < TYPE_BYTEARRAY;
-    if ((!name.IsNull() || scalar) && !WriteChars(writer, " = ", 3, encoding))
+    if (!WriteLead(writer, level, column, encoding) ||
+        ((!name.IsNull() || scalar) && !WriteText(writer, " = ", column, encoding)))
         return false;
-    column += !name.IsNull() || scalar ? 3 : 0;
     int count = GetArrayCount();
     // An array of fewer than two elements is parenthesised so that it reads back as an array.
     bool enclosed = !scalar && type != TYPE_NONE && count < 2;
-    if (enclosed && (!WriteChars(writer, "(", 1, encoding) || !WriteValue(writer, ++column, encoding) ||
-                     !WriteChars(writer, ")", 1, encoding)))
+    if (enclosed && !WriteEnclosed(writer, column, encoding))
         return false;
     if (!enclosed && type != TYPE_NONE && !WriteValue(writer, column, encoding))
         return false;
@@ -357,8 +357,7 @@ bool ConfigData::WriteScalar(Writer & writer, int & column, int encoding) const
     String text = type == TYPE_INT     ? IntText(data.integer)
                   : type == TYPE_FLOAT ? FloatString(data.real)
                                        : FormattedName(data.text);
-    column += static_cast<int>(text.Length());
-    return WriteChars(writer, text, static_cast<int>(text.Length()), encoding);
+    return WriteText(writer, text, column, encoding);
 }
 
 // Every element after the first goes out with its comma in front, so a wrapped line starts with
@@ -375,7 +374,7 @@ bool ConfigData::WriteElements(Writer & writer, int & column, int encoding) cons
         if (i > 0)
             piece.Ins(",", 0);
         auto length = static_cast<int>(piece.Length());
-        bool written = i == 0 ? (column += length, WriteChars(writer, piece, length, encoding))
+        bool written = i == 0 ? WriteText(writer, piece, column, encoding)
                               : WriteWrap(writer, piece, length, column, indent, encoding);
         if (!written)
             return false;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace Kiv
 {
@@ -28,6 +29,15 @@ const char * SkipDigits(const char * text, const char * end)
     while (text < end && IsDigit(*text))
         ++text;
     return text;
+}
+
+// Past the blanks and the sign that may lead a number; tells whether the sign was a minus.
+const char * SkipLead(const char * text, const char * end, bool & negative)
+{
+    while (text < end && IsSpace(*text))
+        ++text;
+    negative = text < end && *text == '-';
+    return text + (text < end && (*text == '-' || *text == '+'));
 }
 
 int DigitValue(char character)
@@ -72,7 +82,10 @@ int FormatFloat(uint32_t bits, char * text, size_t size)
         return std::snprintf(text, size, "%s1.#INF00", sign);
     if (magnitude > 0x7F800000)
     {
-        const char * kind = bits == 0xFFC00000 ? "IND00" : (bits & 0x400000) != 0 ? "QNAN0" : "SNAN0";
+        // The same names as the float text: a NaN whose payload is the quiet bit alone is the
+        // indefinite.
+        const uint32_t payload = bits & 0x7FFFFF;
+        const char * kind = payload == 0x400000 ? "IND00" : (payload & 0x400000) != 0 ? "QNAN0" : "SNAN0";
         return std::snprintf(text, size, "%s1.#%s", sign, kind);
     }
     float value = 0;
@@ -92,22 +105,83 @@ bool Negative(ConfigText lexeme)
     return lexeme.length > 0 && lexeme.text[0] == '-';
 }
 
-PString Pooled(ConfigText text)
+// FNV-1a over the whole text.
+uint32_t Hash(ConfigText text)
 {
-    return PString(text.text, text.length);
+    uint32_t hash = 2166136261u;
+    for (uint32_t i = 0; i < text.length; ++i)
+        hash = (hash ^ static_cast<unsigned char>(text.text[i])) * 16777619u;
+    return hash;
 }
 } // namespace
+
+ConfigNames::~ConfigNames()
+{
+    Release();
+}
+
+void ConfigNames::Release()
+{
+    if (entries == nullptr)
+        return;
+    for (uint32_t i = 0; i <= mask; ++i)
+        entries[i].~Entry();
+    Alloc::Delete(entries);
+    entries = nullptr;
+}
+
+const PString & ConfigNames::Intern(ConfigText text)
+{
+    if (2 * (count + 1) > mask)
+        Grow();
+    const uint32_t hash = Hash(text);
+    uint32_t slot = hash & mask;
+    for (; !entries[slot].text.IsNull(); slot = (slot + 1) & mask)
+    {
+        const Entry & known = entries[slot];
+        if (known.hash == hash && known.length == text.length &&
+            std::memcmp(static_cast<const char *>(known.text), text.text, text.length) == 0)
+            return known.text;
+    }
+    PString made(text.text, text.length);
+    if (made.IsNull())
+        return none;
+    entries[slot].hash = hash;
+    entries[slot].length = text.length;
+    entries[slot].text = std::move(made);
+    ++count;
+    return entries[slot].text;
+}
+
+void ConfigNames::Grow()
+{
+    const uint32_t size = mask != 0 ? 2 * (mask + 1) : 256;
+    auto * larger = static_cast<Entry *>(Alloc::New(size * static_cast<uint32_t>(sizeof(Entry))));
+    if (larger == nullptr)
+        throw std::bad_alloc();
+    for (uint32_t i = 0; i < size; ++i)
+        new (larger + i) Entry{0, 0, PString()};
+    for (uint32_t i = 0; entries != nullptr && i <= mask; ++i)
+    {
+        if (entries[i].text.IsNull())
+            continue;
+        uint32_t slot = entries[i].hash & (size - 1);
+        while (!larger[slot].text.IsNull())
+            slot = (slot + 1) & (size - 1);
+        larger[slot] = std::move(entries[i]);
+    }
+    Release();
+    entries = larger;
+    mask = size - 1;
+}
 
 namespace ConfigNumber
 {
 int32_t ReadInt(const char * text, uint32_t length)
 {
     const char * end = text + length;
-    while (text < end && IsSpace(*text))
-        ++text;
-    const bool negative = text < end && *text == '-';
-    if (text < end && (*text == '-' || *text == '+'))
-        ++text;
+    bool negative = false;
+    text = SkipLead(text, end, negative);
     int base = 10;
     if (text < end && *text == '0')
     {
@@ -135,13 +209,9 @@ int32_t ReadInt(const char * text, uint32_t length)
 double ReadFloat(const char * text, uint32_t length)
 {
     const char * end = text + length;
-    while (text < end && IsSpace(*text))
-        ++text;
-    const bool negative = text < end && *text == '-';
-    if (text < end && (*text == '-' || *text == '+'))
-        ++text;
-    const char * digits = text;
-    const char * last = SkipDigits(text, end);
+    bool negative = false;
+    const char * digits = SkipLead(text, end, negative);
+    const char * last = SkipDigits(digits, end);
     bool any = last != digits;
     if (last < end && *last == '.')
     {
@@ -194,7 +264,7 @@ ConfigData * ConfigBuilder::FloatNode(uint32_t bits)
 ConfigData * ConfigBuilder::StringNode(ConfigText text)
 {
     ConfigData * node = NewNode();
-    node->SetPStringData(Pooled(text));
+    node->SetPStringData(names.Intern(text));
     return node;
 }
 
@@ -207,13 +277,13 @@ ConfigData * ConfigBuilder::ByteNode(ConfigText bytes)
 
 ConfigData * ConfigBuilder::Named(ConfigData * node, ConfigText name)
 {
-    node->SetName(Pooled(name));
+    node->SetName(names.Intern(name));
     return node;
 }
 
 ConfigData * ConfigBuilder::Block(ConfigData * block, ConfigText name, ConfigText value)
 {
-    block->SetPStringData(Pooled(value));
+    block->SetPStringData(names.Intern(value));
     return Named(block, name);
 }
 
@@ -350,7 +420,7 @@ void ConfigBuilder::FillFloats(ConfigData & node) const
     node.SetFloatArray(reinterpret_cast<const float *>(values.GetData()), values.GetCount());
 }
 
-void ConfigBuilder::FillStrings(ConfigData & node) const
+void ConfigBuilder::FillStrings(ConfigData & node)
 {
     DynamicArray<PString, 64> values;
     values.Reserve(items.GetCount());
@@ -358,7 +428,7 @@ void ConfigBuilder::FillStrings(ConfigData & node) const
     {
         if (item.kind == ConfigItem::KIND_STRING)
         {
-            values.Add(Pooled(item.text));
+            values.Add(names.Intern(item.text));
             continue;
         }
         char text[64];

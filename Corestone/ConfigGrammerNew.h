@@ -102,6 +102,37 @@ private:
     Block * blocks = nullptr;
 };
 
+// The pooled strings of one parse. Names and values repeat through a text, so each distinct text
+// goes to the process-wide pool once and every repeat is a copy of the handle kept here.
+class ConfigNames
+{
+public:
+    ConfigNames() = default;
+    ~ConfigNames();
+    ConfigNames(const ConfigNames &) = delete;
+    ConfigNames & operator=(const ConfigNames &) = delete;
+
+    // The null string for a text too long to pool.
+    const PString & Intern(ConfigText text);
+
+private:
+    // The hash and length are kept beside the handle, so a probe reads no pooled node but the one
+    // that matches.
+    struct Entry
+    {
+        uint32_t hash;
+        uint32_t length;
+        PString text;
+    };
+    void Grow();
+    void Release();
+
+    Entry * entries = nullptr;
+    uint32_t mask = 0;
+    uint32_t count = 0;
+    PString none;
+};
+
 // Makes the tree as the grammar's rules are reduced, and keeps the first error.
 class ConfigBuilder
 {
@@ -115,11 +146,11 @@ public:
     static ConfigData * NewNode();
     static ConfigData * IntNode(ConfigText number);
     static ConfigData * FloatNode(uint32_t bits);
-    static ConfigData * StringNode(ConfigText text);
+    ConfigData * StringNode(ConfigText text);
     static ConfigData * ByteNode(ConfigText bytes);
     ConfigData * ArrayNode();
-    static ConfigData * Named(ConfigData * node, ConfigText name);
-    static ConfigData * Block(ConfigData * block, ConfigText name, ConfigText value);
+    ConfigData * Named(ConfigData * node, ConfigText name);
+    ConfigData * Block(ConfigData * block, ConfigText name, ConfigText value);
     // Starts the children of a block; at the top level the list is the root itself, so the nodes
     // read before an error stay in the tree.
     ConfigData * FirstChild(ConfigData * list, ConfigData * child);
@@ -148,8 +179,9 @@ private:
     int32_t ListKind() const;
     void FillInts(ConfigData & node) const;
     void FillFloats(ConfigData & node) const;
-    void FillStrings(ConfigData & node) const;
+    void FillStrings(ConfigData & node);
 
+    ConfigNames names;
     ConfigData & root;
     float & version;
     DynamicArray<ConfigItem, 64> items;

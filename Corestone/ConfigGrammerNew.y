@@ -63,10 +63,10 @@ version: VERSION FLOAT                                    { builder.SetVersion($
     ;
 node: dataNode                                            { $$ = $1; }
     | ASSIGN dataNode                                     { $$ = $2; }
-    | STRING ASSIGN dataNode                              { $$ = Kiv::ConfigBuilder::Named($3, $1); }
-    | STRING ASSIGN SC                                    { $$ = Kiv::ConfigBuilder::Named(Kiv::ConfigBuilder::NewNode(), $1); }
-    | STRING compoundNodeList                             { $$ = Kiv::ConfigBuilder::Named($2, $1); }
-    | STRING OPEN STRING CLOSE compoundNodeList           { $$ = Kiv::ConfigBuilder::Block($5, $1, $3); }
+    | STRING ASSIGN dataNode                              { $$ = builder.Named($3, $1); }
+    | STRING ASSIGN SC                                    { $$ = builder.Named(Kiv::ConfigBuilder::NewNode(), $1); }
+    | STRING compoundNodeList                             { $$ = builder.Named($2, $1); }
+    | STRING OPEN STRING CLOSE compoundNodeList           { $$ = builder.Block($5, $1, $3); }
     ;
 dataNode: INT SC                                          { $$ = Kiv::ConfigBuilder::IntNode($1); }
     | FLOAT SC                                            { $$ = Kiv::ConfigBuilder::FloatNode(Kiv::ConfigBuilder::FloatBits($1)); }
@@ -74,7 +74,7 @@ dataNode: INT SC                                          { $$ = Kiv::ConfigBuil
     | FLOATINF SC                                         { $$ = Kiv::ConfigBuilder::FloatNode(Kiv::ConfigBuilder::InfinityBits($1)); }
     | FLOATIND SC                                         { $$ = Kiv::ConfigBuilder::FloatNode(Kiv::ConfigBuilder::IndefiniteBits($1)); }
     ;
-node: STRING ASSIGN RAWASSIGN dataNode                    { $$ = Kiv::ConfigBuilder::Named($4, $1); }
+node: STRING ASSIGN RAWASSIGN dataNode                    { $$ = builder.Named($4, $1); }
     ;
 dataNode: HEXSTRING SC                                    { $$ = Kiv::ConfigBuilder::ByteNode($1); }
     ;
@@ -83,7 +83,7 @@ stringItem: STRING                                        { $$ = $1; }
 stringNode: stringItem                                    { $$ = $1; }
     | stringNode stringItem                               { $$ = scanner.Join($1, $2); }
     ;
-dataNode: stringNode SC                                   { $$ = Kiv::ConfigBuilder::StringNode($1); }
+dataNode: stringNode SC                                   { $$ = builder.StringNode($1); }
     | OPEN dataArray CLOSE SC                             { $$ = builder.ArrayNode(); }
     | dataArray SC                                        { $$ = builder.ArrayNode(); }
     ;

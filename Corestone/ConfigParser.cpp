@@ -35,6 +35,8 @@ ConfigParser::ConfigParser(const ConfigParser & other)
 
 ConfigParser & ConfigParser::operator=(const ConfigParser & other)
 {
+    if (this == &other)
+        return *this;
     if (root != other.root)
     {
         DropRoot();
@@ -83,14 +85,7 @@ ConfigParser::Result ConfigParser::Parse(const char * name)
     if (name == nullptr)
         return RES_INVALID_PARAMETER;
     File file;
-    if (file.Open(name, File::MODE_READ) != File::RES_OK)
-    {
-        fileName = name;
-        Report(0, results[RES_FILE_OPEN_ERROR - 1].message);
-        return RES_FILE_OPEN_ERROR;
-    }
-    MemoryFile text(file, true);
-    return Parse(nullptr, name, text);
+    return ParseOpened(file, file.Open(name, File::MODE_READ), nullptr, name);
 }
 
 ConfigParser::Result ConfigParser::Parse(const PString & directory, const char * name)
@@ -98,7 +93,13 @@ ConfigParser::Result ConfigParser::Parse(const PString & directory, const char *
     if (name == nullptr)
         return RES_INVALID_PARAMETER;
     File file;
-    if (file.Open(directory, name, File::MODE_READ) != File::RES_OK)
+    return ParseOpened(file, file.Open(directory, name, File::MODE_READ), directory, name);
+}
+
+ConfigParser::Result ConfigParser::ParseOpened(File & file, File::Result opened, const char * directory,
+                                               const char * name)
+{
+    if (opened != File::RES_OK)
     {
         fileName = name;
         Report(0, results[RES_FILE_OPEN_ERROR - 1].message);

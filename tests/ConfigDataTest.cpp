@@ -36,7 +36,7 @@ TEST(ConfigData, FailedLookupsChainToTheNullNode)
 {
     ConfigData root;
     EXPECT_FALSE(root.Find("a"));
-    EXPECT_EQ(&ConfigData::nullNode, &root.Find("a").Find("b")("c", 3)[7]);
+    EXPECT_EQ(&ConfigData::Null(), &root.Find("a").Find("b")("c", 3)[7]);
     root.New("a") << 1;
     EXPECT_TRUE(root("a"));
     EXPECT_FALSE(root("a", 1));
@@ -88,7 +88,7 @@ TEST(ConfigData, ReplaceRemoveAndExtractCountMatchesInOrder)
     EXPECT_EQ(&added, &values("k", 1));
     ConfigData like("k", "two");
     EXPECT_TRUE(values.Remove(like, 0));
-    EXPECT_FALSE(values.Remove(ConfigData::nullNode, 0));
+    EXPECT_FALSE(values.Remove(ConfigData::Null(), 0));
     EXPECT_EQ(1, values.GetChildCount());
 
     ConfigData * taken = root.Extract("a", 1);
@@ -207,12 +207,13 @@ TEST(ConfigData, VectorsColoursAndQuaternions)
     Kiv::Vector4 four = node;
     EXPECT_EQ(Kiv::Vector4(1, 2, 3, 0), four);
 
-    node << Kiv::Vector3(0, 0, static_cast<float>(M_PI / 2));
+    const float quarterTurn = 1.57079633f;
+    node << Kiv::Vector3(0, 0, quarterTurn);
     Kiv::Quaternion turn = node;
     EXPECT_NEAR(0.0f, turn.x, 1e-6f);
     EXPECT_NEAR(std::sqrt(0.5f), turn.z, 1e-6f);
     EXPECT_NEAR(std::sqrt(0.5f), turn.w, 1e-6f);
-    node << Kiv::Vector3(static_cast<float>(M_PI / 2), 0, 0);
+    node << Kiv::Vector3(quarterTurn, 0, 0);
     turn = node;
     EXPECT_NEAR(std::sqrt(0.5f), turn.x, 1e-6f);
     node << Kiv::Vector4(0, 0, 3, 4);
@@ -359,4 +360,33 @@ TEST(ConfigData, CopiesAreDeepAndDeepTreesDieWithoutRecursion)
     for (int i = 0; i < 100000; ++i)
         node = &node->New("d");
     delete chain;
+}
+
+TEST(ConfigData, StringListsGrowSortAndStoreAsArrays)
+{
+    ConfigData::PStringList list;
+    for (int i = 0; i < 40; ++i)
+    {
+        PString name;
+        name.Setf("n%02d", 39 - i);
+        ASSERT_TRUE(list.Add(name));
+        // The element copied in may lie in the block that growing frees.
+        ASSERT_TRUE(list.Insert(0, list[list.GetCount() - 1]));
+        ASSERT_TRUE(list.Remove(0));
+    }
+    ASSERT_TRUE(list.Insert(5, list[39]));
+    EXPECT_EQ(PString("n00"), list[5]);
+    EXPECT_EQ(41, list.GetCount());
+    ConfigData::PStringList sorted(list);
+    sorted.Sort();
+    EXPECT_EQ(PString("n00"), sorted[0]);
+    EXPECT_EQ(PString("n00"), sorted[1]);
+    EXPECT_EQ(PString("n39"), sorted[40]);
+    EXPECT_EQ(3, sorted.LowerBound(PString("n02")));
+    list = sorted;
+    EXPECT_EQ(PString("n39"), list[40]);
+    ConfigData node;
+    node.SetPStringList(list);
+    ASSERT_EQ(41, node.GetArrayCount());
+    EXPECT_EQ(PString("n17"), node.GetPStringArray()[18]);
 }

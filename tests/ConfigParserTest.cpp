@@ -55,6 +55,12 @@ std::vector<std::string> Strings(const ConfigData & node)
     return texts;
 }
 
+// The root a parser keeps: the const form leaves it to the parser.
+const ConfigData & Tree(const ConfigParser & parser)
+{
+    return *parser.GetConfig();
+}
+
 // The same names, data and children below two roots.
 bool SameTree(const ConfigData & a, const ConfigData & b)
 {
@@ -330,7 +336,7 @@ TEST(ConfigParserTest, SavedTextParsesToTheSameTree)
               0)
         << second.GetLastError() << "\n"
         << saved;
-    EXPECT_TRUE(SameTree(*first.GetConfig(), *second.GetConfig())) << saved;
+    EXPECT_TRUE(SameTree(Tree(first), Tree(second))) << saved;
 
     // Through a UTF-16 file, byte-order mark first.
     TempDir folder;
@@ -342,7 +348,7 @@ TEST(ConfigParserTest, SavedTextParsesToTheSameTree)
               (std::vector<unsigned char>{0xFF, 0xFE, 'v', 0, 'e', 0}));
     ConfigParser third;
     ASSERT_EQ(third.Parse(name.c_str()).Value(), 0) << third.GetLastError();
-    EXPECT_TRUE(SameTree(*first.GetConfig(), *third.GetConfig()));
+    EXPECT_TRUE(SameTree(Tree(first), Tree(third)));
     EXPECT_EQ(third.GetFileName(), PString(name.c_str()));
 }
 
@@ -360,7 +366,7 @@ TEST(ConfigParserTest, RootOwnership)
     ASSERT_EQ(
         parser.Parse(nullptr, const_cast<char *>(text.data()), static_cast<unsigned>(text.size())).Value(),
         0);
-    EXPECT_NE(static_cast<const ConfigParser &>(parser).GetConfig(), nullptr);
+    EXPECT_EQ(Tree(parser).Find(PString("a")).GetIntData(), 1);
     EXPECT_EQ(root->Find(PString("a")).GetIntData(), 1);
     delete root;
 

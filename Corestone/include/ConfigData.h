@@ -120,8 +120,8 @@ public:
 
     // The shared empty node every failed lookup answers. Setters, appends and reads into it do
     // nothing, so that a chain of lookups that failed cannot change what every later failed lookup
-    // answers.
-    static ConfigData nullNode;
+    // answers. Programs reach it through the library, never by its address in their own image.
+    static ConfigData & Null();
 
     ConfigData() = default;
     explicit ConfigData(const PString & name);
@@ -146,7 +146,7 @@ public:
     // The string item's characters, or null when there is no data.
     operator const char *() const;
     // True for every node but the null node.
-    explicit operator bool() const { return this != &nullNode; }
+    explicit operator bool() const;
 
     NodeList * GetDataList() const { return children; }
     // Installs a children list, deleting the nodes of the one it replaces.
@@ -330,7 +330,10 @@ public:
     bool ReadBinFile(File & file);
 
     // The float text: 8 significant digits as the Windows runtime's _gcvt writes them, with a
-    // "0" after a trailing point. buffer must hold FloatTextSize bytes; answers the length.
+    // "0" after a trailing point ("2.0", "0.5", "1.2345679e+008", "12345678", "-1.#INF"). A quiet
+    // NaN without payload is "1.#IND" or "-1.#IND", any other "1.#QNAN" or "-1.#QNAN", so that
+    // the text reader gives back the bits of the common NaNs. buffer must hold FloatTextSize
+    // bytes (no buffer is shared, so threads may format at once); answers the length.
     enum : unsigned
     {
         FloatTextSize = 32
@@ -382,6 +385,9 @@ private:
     bool DeleteNth(int index, Match match, const void * key);
     void Unlink(ConfigData * child);
     void DeleteChildren();
+    static bool WriteText(Writer & writer, const String & text, int & column, int encoding);
+    bool WriteLead(Writer & writer, int level, int & column, int encoding) const;
+    bool WriteEnclosed(Writer & writer, int & column, int encoding) const;
     bool WriteValue(Writer & writer, int & column, int encoding) const;
     bool WriteScalar(Writer & writer, int & column, int encoding) const;
     bool WriteElements(Writer & writer, int & column, int encoding) const;
@@ -390,6 +396,8 @@ private:
     bool ReadBinNode(File & file, int depth);
     bool ReadBinData(File & file, int dataType);
     bool ReadBinChildren(File & file, int depth);
+
+    static ConfigData nullNode;
 
     PString name;
     int32_t type = TYPE_NONE;

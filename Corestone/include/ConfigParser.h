@@ -77,6 +77,7 @@ private:
     void DropRoot();
     // Every message of the parser comes through here.
     void Report(int line, const char * message);
+    Result ParseOpened(File & file, File::Result opened, const char * directory, const char * name);
     Result SaveOpened(File & file, File::Result opened, int encoding);
     bool WriteTo(ConfigData::Writer & writer, int encoding);
 
