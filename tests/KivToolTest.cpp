@@ -2,6 +2,7 @@
 // byte for byte, plain and compressed, and the error paths with their messages and exit codes.
 #include "BPE.h"
 #include "Bitmap.h"
+#include "ConfigParser.h"
 #include "File.h"
 #include "PString.h"
 #include "TestSupport.h"
@@ -16,9 +17,11 @@
 #include <string>
 #include <vector>
 
+using Kiv::File;
 using TestSupport::ReadBytes;
 using TestSupport::TempDir;
 using TestSupport::WriteBytes;
+using TestSupport::WriteText;
 namespace fs = std::filesystem;
 
 namespace
@@ -194,6 +197,70 @@ TEST(KivTool, CompressesDecompressesAndChecks)
     // A plain input is not expanded, and a failed output is not left behind.
     ExpectFails(dir, {"decompress", dir / "plain.txt", dir / "never.txt"}, "plain.txt");
     EXPECT_FALSE(fs::exists(dir / "never.txt"));
+}
+
+TEST(KivTool, ChecksQueriesAndConvertsConfigurations)
+{
+    TempDir dir;
+    const std::string text = "version 1.50\r\n"
+                             "scale = 2.0;\r\n"
+                             "item = first;\r\n"
+                             "item = \"second one\";\r\n"
+                             "\"a.b\" = 1, 2, 3;\r\n"
+                             "bytes = : 00FF10;\r\n"
+                             "block(\"tag\")\r\n"
+                             "{\r\n"
+                             "  inner = -7;\r\n"
+                             "}\r\n";
+    WriteText(dir / "in.cfg", text);
+    const Outcome checked = RunKiv(dir, {"cfg", "check", dir / "in.cfg"});
+    EXPECT_EQ(0, checked.code) << checked.err;
+    EXPECT_EQ("", checked.out + checked.err);
+
+    using Query = std::pair<std::string, std::vector<std::string>>;
+    for (const Query & query :
+         {Query{"scale", {"2.0"}}, Query{"item[1]", {"second one"}}, Query{"\"a.b\"", {"1", "2", "3"}},
+          Query{"bytes", {"00FF10"}}, Query{"block.inner", {"-7"}}, Query{"[5]", {"tag", "inner = -7;"}}})
+    {
+        const Outcome got = RunKiv(dir, {"cfg", "get", dir / "in.cfg", query.first});
+        EXPECT_EQ(0, got.code) << query.first << got.err;
+        EXPECT_EQ(query.second, Lines(got.out)) << query.first;
+    }
+
+    // Text to binary and back: the text is what the parser's Save writes, and its binary form
+    // is the first one byte for byte.
+    ASSERT_EQ(0, RunKiv(dir, {"cfg", "tobin", dir / "in.cfg", dir / "in.bin"}).code);
+    ASSERT_EQ(0, RunKiv(dir, {"cfg", "totext", dir / "in.bin", dir / "back.cfg"}).code);
+    ASSERT_EQ(0, RunKiv(dir, {"cfg", "tobin", dir / "back.cfg", dir / "back.bin"}).code);
+    const Bytes binary = ReadBytes(dir / "in.bin");
+    ASSERT_GE(binary.size(), 4u);
+    EXPECT_EQ((Bytes{'C', 'D', 1, 1}), Bytes(binary.begin(), binary.begin() + 4));
+    EXPECT_EQ(binary, ReadBytes(dir / "back.bin"));
+    Kiv::ConfigParser parser;
+    ASSERT_TRUE(parser.Parse((dir / "in.cfg").c_str()).Succeeded());
+    parser.SetVersion(1.0f);
+    ASSERT_EQ(File::RES_OK, parser.Save((dir / "saved.cfg").c_str()).Value());
+    EXPECT_EQ(ReadBytes(dir / "saved.cfg"), ReadBytes(dir / "back.cfg"));
+}
+
+TEST(KivTool, ConfigurationErrorsNameTheFileAndTheLine)
+{
+    TempDir dir;
+    WriteText(dir / "broken.cfg", "version 1.00\r\na = 1;\r\nb = 2\r\nc = 3;\r\n");
+    const Outcome broken = ExpectFails(dir, {"cfg", "check", dir / "broken.cfg"}, "broken.cfg");
+    EXPECT_NE(std::string::npos, broken.err.find("broken.cfg(4): Syntax error at c.")) << broken.err;
+    // A binary file cut short is refused, and the output it was to become is not left behind.
+    WriteBytes(dir / "cut.bin", {'C', 'D', 1, 1, 0, 0, 0, 0, 5, 1, 0});
+    ExpectFails(dir, {"cfg", "totext", dir / "cut.bin", dir / "never.cfg"}, "cut.bin");
+    EXPECT_FALSE(fs::exists(dir / "never.cfg"));
+    WriteText(dir / "ok.cfg", "version 1.00\r\na { b = 1; }\r\n");
+    ExpectFails(dir, {"cfg", "get", dir / "ok.cfg", "a.c"}, "ok.cfg");
+
+    for (const std::vector<std::string> & words : {std::vector<std::string>{"cfg", "lint", dir / "ok.cfg"},
+                                                   {"cfg", "get", dir / "ok.cfg"},
+                                                   {"cfg", "get", dir / "ok.cfg", "a[x]"},
+                                                   {"cfg", "get", dir / "ok.cfg", "a..b"}})
+        EXPECT_EQ(2, RunKiv(dir, words).code) << words.back();
 }
 
 TEST(KivTool, ErrorsNameTheFileAndTheReason)
