@@ -1,6 +1,7 @@
 #include "Exception.h"
 
 #include "FaultRecord.h"
+#include "Time.h"
 
 #include <cstdio>
 #include <cstring>
@@ -10,6 +11,11 @@ namespace Kiv
 namespace
 {
 const char noCallStack[] = "No call stack available\r\n";
+const char incomplete[] = "\r\nUnable to gather full diagnostics\r\n";
+// Frames beyond this are not listed: a runaway recursion fills the report with one line otherwise.
+constexpr int maxFrames = 64;
+// The lowest 64 KB of the address space are never mapped.
+constexpr uintptr_t chainEnd = 0x10000;
 
 // Formats at offset `used` of buffer, cut at the buffer's end and always terminated.
 void FormatInto(char * buffer, size_t size, size_t used, const char * format, va_list arguments)
@@ -51,7 +57,66 @@ void AppendRegisters(char * text, size_t size, const FaultRegisters & r)
     AppendTo(text, size, "Flags: %08X (CF:%d ZF:%d SF:%d)\r\n \r\n", unsigned(r.flags), int(r.flags & 1),
              int(r.flags >> 6 & 1), int(r.flags >> 7 & 1));
 }
+// Where the frames of a walk are listed: the description, with room kept for the closing line.
+struct Listing
+{
+    char * text;
+    size_t size;
+    int frames;
+};
+
+bool ListFrame(void * context, const StackFrame & frame)
+{
+    auto & listing = *static_cast<Listing *>(context);
+    const size_t used = std::strlen(listing.text);
+    const size_t room = listing.size - used;
+    const int written = std::snprintf(listing.text + used, room, "%08X - %08X(+%X) %s\r\n", frame.offset,
+                                      frame.functionStart, frame.offset - frame.functionStart, frame.module);
+    if (listing.frames == maxFrames || written < 0 || size_t(written) + sizeof incomplete >= room)
+    {
+        listing.text[used] = '\0';
+        return false;
+    }
+    ++listing.frames;
+    return true;
+}
 } // namespace
+
+bool WalkFramePointers(uintptr_t ip, uintptr_t fp, uintptr_t sp, FrameSink sink, void * listing)
+{
+    StackFrame frame;
+    bool whole = true;
+    if (!FrameAt(ip, frame))
+    {
+        // A call to nowhere (a null function pointer) lost its frame; the call's return address is
+        // the top word of the stack.
+        whole = false;
+        if (!Debugger::IsReadValid(reinterpret_cast<void *>(sp), sizeof ip))
+            return false;
+        std::memcpy(&ip, reinterpret_cast<void *>(sp), sizeof ip);
+        if (!FrameAt(ip, frame))
+            return false;
+    }
+    if (!sink(listing, frame))
+        return false;
+    // The chain ends at a null frame pointer, or at a small number that no stack address can be:
+    // code built without frame pointers (the C runtime's start-up among it) leaves one there.
+    while (fp >= chainEnd)
+    {
+        uintptr_t link[2]; // the caller's frame pointer, then the return address
+        if (fp % sizeof(uintptr_t) != 0 || fp < sp ||
+            !Debugger::IsReadValid(reinterpret_cast<void *>(fp), sizeof link))
+            return false;
+        std::memcpy(link, reinterpret_cast<void *>(fp), sizeof link);
+        if (link[1] == 0)
+            break;
+        if (!FrameAt(link[1], frame) || !sink(listing, frame) || (link[0] >= chainEnd && link[0] <= fp))
+            return false;
+        sp = fp + sizeof link;
+        fp = link[0];
+    }
+    return whole;
+}
 
 Exception::Exception()
 {
@@ -229,7 +294,6 @@ void * HardwareException::ExceptionPointers() const
     return exceptionPointers;
 }
 
-// The stack is not walked yet: the report holds what the fault record itself gives.
 void HardwareException::GetCallStack(void * exceptionPointers)
 {
     Fault fault = ReadFault(exceptionPointers);
@@ -238,7 +302,13 @@ void HardwareException::GetCallStack(void * exceptionPointers)
                     reason);
     if (fault.hasRegisters)
         AppendRegisters(description, sizeof description, fault.registers);
-    AppendTo(description, sizeof description, "Call Stack:\r\n \r\n%s", noCallStack);
+    AppendTo(description, sizeof description, "Call Stack:\r\n \r\n");
+    Listing listing{description, sizeof description, 0};
+    const bool whole = fault.hasRegisters && WalkStack(exceptionPointers, ListFrame, &listing);
+    if (listing.frames == 0)
+        AppendTo(description, sizeof description, "%s", noCallStack);
+    if (!whole && fault.hasRegisters)
+        AppendTo(description, sizeof description, "%s", incomplete);
 }
 
 const char * HardwareException::TypeNameOf(uint32_t code)

@@ -84,11 +84,38 @@ void ReadRegisters(const ucontext_t & context, Fault & fault)
     fault.hasRegisters = true;
     fault.address = out.ip;
 }
+
+// The stack pointer of a signal's context, 0 when unknown.
+uintptr_t StackPointerOf(const void * context)
+{
+    if (!context)
+        return 0;
+    const greg_t * r = static_cast<const ucontext_t *>(context)->uc_mcontext.gregs;
+#if defined(__x86_64__)
+    return uintptr_t(r[REG_RSP]);
+#elif defined(__i386__)
+    return uintptr_t(r[REG_ESP]);
+#else
+    return 0;
+#endif
+}
+
+// Memory near the stack pointer is the stack's own: a fault there is the stack running into the
+// guard below its end.
+bool IsStackOverflow(const siginfo_t * info, const void * context)
+{
+    constexpr uintptr_t reach = 64 * 1024;
+    const uintptr_t sp = StackPointerOf(context);
+    const uintptr_t address = reinterpret_cast<uintptr_t>(info->si_addr);
+    return sp > reach && address + reach >= sp && address <= sp + reach;
+}
 } // namespace
 
 HardwareException::SignalRecord
 HardwareException::SignalRecord::FromSignal(int signal, const siginfo_t * info, const void * context)
 {
+    if (signal == SIGSEGV && info && IsStackOverflow(info, context))
+        return {0xC00000FD, info, context};
     return {CodeOfSignal(signal, info ? info->si_code : 0), info, context};
 }
 
@@ -107,5 +134,37 @@ Fault ReadFault(const void * record)
     if (fault.address && dladdr(reinterpret_cast<void *>(fault.address), &where) && where.dli_fname)
         std::snprintf(fault.module, sizeof fault.module, "%s", where.dli_fname);
     return fault;
+}
+
+// dladdr knows only the symbols a module exports: the start of a static function, or of any
+// function of a program linked without exporting its symbols, is left unknown (0), so the frame's
+// offset is then its offset into the module, which is what `kiv crash` resolves.
+bool FrameAt(uintptr_t address, StackFrame & frame)
+{
+    Dl_info where;
+    if (address == 0 || !dladdr(reinterpret_cast<void *>(address), &where) || !where.dli_fbase)
+        return false;
+    const uintptr_t base = reinterpret_cast<uintptr_t>(where.dli_fbase);
+    frame.offset = uint32_t(address - base);
+    frame.functionStart = where.dli_saddr ? uint32_t(reinterpret_cast<uintptr_t>(where.dli_saddr) - base) : 0;
+    std::snprintf(frame.module, sizeof frame.module, "%s", where.dli_fname ? where.dli_fname : "");
+    return true;
+}
+
+bool WalkStack(const void * record, FrameSink sink, void * listing)
+{
+    const auto & signal = *static_cast<const HardwareException::SignalRecord *>(record);
+    if (!signal.context)
+        return false;
+    const greg_t * r = static_cast<const ucontext_t *>(signal.context)->uc_mcontext.gregs;
+#if defined(__x86_64__)
+    return WalkFramePointers(uintptr_t(r[REG_RIP]), uintptr_t(r[REG_RBP]), StackPointerOf(signal.context),
+                             sink, listing);
+#elif defined(__i386__)
+    return WalkFramePointers(uintptr_t(r[REG_EIP]), uintptr_t(r[REG_EBP]), StackPointerOf(signal.context),
+                             sink, listing);
+#else
+    return false;
+#endif
 }
 } // namespace Kiv

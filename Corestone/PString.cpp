@@ -93,6 +93,8 @@ PStringCache::~PStringCache()
             Alloc::Delete(node);
             node = next;
         }
+        if (buckets[b].keys != nullptr)
+            Alloc::Delete(buckets[b].keys);
     }
     Alloc::Delete(buckets);
 }
@@ -117,29 +119,78 @@ uint32_t PStringCache::GetHash(const unsigned char * text, unsigned int length)
 
 PStringCache::Node * PStringCache::Lookup(const char * text, unsigned int length)
 {
-    Bucket & bucket = buckets[GetHash(reinterpret_cast<const unsigned char *>(text), length) % bucketCount];
-    for (Node * node = bucket.head; node != nullptr; node = node->next)
+    const uint32_t hash = GetHash(reinterpret_cast<const unsigned char *>(text), length);
+    Bucket & bucket = buckets[hash % bucketCount];
+    unsigned int passed = 0;
+    Node * node = Search(bucket, hash, text, length, passed);
+    searchSteps += passed;
+    if (node == nullptr)
+        return nullptr;
+    if (passed != 0)
+        MoveToFront(bucket, node, passed);
+    ++hits;
+    return node;
+}
+
+// The node holding the text, and the number of nodes before it in the chain (all of them when
+// none holds it).
+PStringCache::Node * PStringCache::Search(const Bucket & bucket, uint32_t hash, const char * text,
+                                          unsigned int length, unsigned int & passed) const
+{
+    if (bucket.keys != nullptr)
     {
-        if (node->length == length && std::memcmp(node->Text(), text, length) == 0)
+        for (passed = 0; passed < bucket.count; ++passed)
         {
-            if (node != bucket.head)
-            {
-                Unlink(node);
-                Link(node);
-            }
-            ++hits;
-            return node;
+            const Key & key = bucket.keys[passed];
+            if (key.hash == hash && key.length == length && std::memcmp(key.node->Text(), text, length) == 0)
+                return key.node;
         }
-        ++searchSteps;
+        return nullptr;
     }
+    passed = 0;
+    for (Node * node = bucket.head; node != nullptr; node = node->next, ++passed)
+        if (node->length == length && std::memcmp(node->Text(), text, length) == 0)
+            return node;
     return nullptr;
+}
+
+PStringCache::Bucket & PStringCache::BucketOf(Node * node)
+{
+    return buckets[GetHash(reinterpret_cast<unsigned char *>(node->Text()), node->length) % bucketCount];
 }
 
 // Links at the head of the node's bucket.
 void PStringCache::Link(Node * node)
 {
-    Bucket & bucket =
-        buckets[GetHash(reinterpret_cast<unsigned char *>(node->Text()), node->length) % bucketCount];
+    const uint32_t hash = GetHash(reinterpret_cast<unsigned char *>(node->Text()), node->length);
+    Bucket & bucket = buckets[hash % bucketCount];
+    KeyPush(bucket, hash, node);
+    ChainPush(bucket, node);
+}
+
+void PStringCache::Unlink(Node * node)
+{
+    Bucket & bucket = BucketOf(node);
+    unsigned int at = 0;
+    while (bucket.keys != nullptr && at < bucket.count && bucket.keys[at].node != node)
+        ++at;
+    if (bucket.keys != nullptr && at < bucket.count)
+        std::memmove(bucket.keys + at, bucket.keys + at + 1, (bucket.count - at - 1) * sizeof(Key));
+    ChainRemove(bucket, node);
+}
+
+void PStringCache::ChainRemove(Bucket & bucket, Node * node)
+{
+    if (node == walkNode)
+        walkNode = node->next;
+    (node->previous != nullptr ? node->previous->next : bucket.head) = node->next;
+    (node->next != nullptr ? node->next->previous : bucket.tail) = node->previous;
+    node->next = node->previous = nullptr;
+    --bucket.count;
+}
+
+void PStringCache::ChainPush(Bucket & bucket, Node * node)
+{
     node->previous = nullptr;
     node->next = bucket.head;
     if (bucket.head != nullptr)
@@ -150,16 +201,43 @@ void PStringCache::Link(Node * node)
     ++bucket.count;
 }
 
-void PStringCache::Unlink(Node * node)
+// The node at position in the chain goes to the head, its key to the front of the keys.
+void PStringCache::MoveToFront(Bucket & bucket, Node * node, unsigned int position)
 {
-    if (node == walkNode)
-        walkNode = node->next;
-    Bucket & bucket =
-        buckets[GetHash(reinterpret_cast<unsigned char *>(node->Text()), node->length) % bucketCount];
-    (node->previous != nullptr ? node->previous->next : bucket.head) = node->next;
-    (node->next != nullptr ? node->next->previous : bucket.tail) = node->previous;
-    node->next = node->previous = nullptr;
-    --bucket.count;
+    ChainRemove(bucket, node);
+    ChainPush(bucket, node);
+    if (bucket.keys != nullptr)
+    {
+        const Key key = bucket.keys[position];
+        std::memmove(bucket.keys + 1, bucket.keys, position * sizeof(Key));
+        bucket.keys[0] = key;
+    }
+}
+
+// Called before the node joins the chain. A chain walked node by node stays so until it empties.
+void PStringCache::KeyPush(Bucket & bucket, uint32_t hash, Node * node)
+{
+    if ((bucket.keys == nullptr && bucket.count != 0) ||
+        (bucket.count == bucket.capacity && !GrowKeys(bucket)))
+        return;
+    std::memmove(bucket.keys + 1, bucket.keys, bucket.count * sizeof(Key));
+    bucket.keys[0] = Key{hash, node->length, node};
+}
+
+// Doubles the room for keys; when the allocator refuses, the chain loses its keys.
+bool PStringCache::GrowKeys(Bucket & bucket)
+{
+    const uint64_t capacity = bucket.capacity != 0 ? uint64_t{bucket.capacity} * 2 : 4;
+    const uint64_t bytes = capacity * sizeof(Key);
+    auto * keys =
+        bytes <= 0x7FFFFFFF ? static_cast<Key *>(Alloc::New(static_cast<unsigned int>(bytes))) : nullptr;
+    if (keys != nullptr && bucket.count != 0)
+        std::memcpy(keys, bucket.keys, bucket.count * sizeof(Key));
+    if (bucket.keys != nullptr)
+        Alloc::Delete(bucket.keys);
+    bucket.keys = keys;
+    bucket.capacity = keys != nullptr ? static_cast<uint32_t>(capacity) : 0;
+    return keys != nullptr;
 }
 
 PStringCache::Node * PStringCache::NewNode(unsigned int length)
@@ -388,7 +466,7 @@ int PStringCache::Find(Node * node, const unsigned char * text, unsigned int sta
 }
 
 // The walk remembers the node it returns next, never one it has returned: a node leaving its
-// chain (swept, re-interned or moved to the front) hands the walk on to its successor in Unlink,
+// chain (swept, re-interned or moved to the front) hands the walk on to its successor in ChainRemove,
 // so the walk never holds a node that may be freed.
 PStringCache::Node * PStringCache::Next()
 {

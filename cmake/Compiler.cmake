@@ -6,6 +6,12 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "i.86|x86")
   add_compile_options(-msse2 -mfpmath=sse)
 endif()
 
+# The crash report walks the chain of saved frame pointers (on every target but 64-bit Windows,
+# whose unwind tables serve instead), so every function keeps one, leaf functions too.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "i.86|x86|AMD64|amd64")
+  add_compile_options(-fno-omit-frame-pointer -mno-omit-leaf-frame-pointer)
+endif()
+
 if(NOT WIN32)
   # Calls between the library's own exported functions bind locally and can be inlined; nothing
   # interposes the library's symbols.

@@ -10,6 +10,8 @@
 #else
 #include <csetjmp>
 #include <csignal>
+#include <sys/mman.h>
+#include <ucontext.h>
 #endif
 
 namespace
@@ -153,10 +155,42 @@ TEST(HardwareException, BuiltFromARealFaultRecord)
     EXPECT_NE(description.find("Flags: "), std::string::npos);
     EXPECT_NE(description.find("Call Stack:\r\n"), std::string::npos);
     EXPECT_EQ(description.rfind(" \r\nException @ ", 0), 0u);
-#if !defined(_WIN32)
-    EXPECT_NE(description.find("Call Stack:\r\n \r\nNo call stack available\r\n"), std::string::npos);
-#endif
+    // The walk reaches this program's own frames, each listed by its offset into the module.
+    const size_t stack = description.find("Call Stack:\r\n \r\n");
+    ASSERT_NE(stack, std::string::npos);
+    EXPECT_NE(description.find("ExceptionTest", stack), std::string::npos) << description;
+    EXPECT_EQ(description.find("Unable to gather full diagnostics"), std::string::npos) << description;
+    unsigned offset = 0, start = 0, into = 0;
+    EXPECT_EQ(sscanf(description.c_str() + stack + 17, "%8X - %8X(+%X) ", &offset, &start, &into), 3);
+    EXPECT_EQ(offset - start, into);
 }
+
+#if !defined(_WIN32) && (defined(__x86_64__) || defined(__i386__))
+// A saved frame pointer into memory that cannot be read ends the walk cleanly after the frame
+// the instruction pointer gives, and the report says the stack is incomplete.
+TEST(HardwareException, AnUnreadableFrameEndsTheWalk)
+{
+    void * guard = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(guard, MAP_FAILED);
+    ucontext_t context;
+    getcontext(&context);
+#if defined(__x86_64__)
+    context.uc_mcontext.gregs[REG_RBP] = greg_t(guard);
+    context.uc_mcontext.gregs[REG_RSP] = greg_t(guard) - 64;
+#else
+    context.uc_mcontext.gregs[REG_EBP] = greg_t(guard);
+    context.uc_mcontext.gregs[REG_ESP] = greg_t(guard) - 64;
+#endif
+    Kiv::HardwareException::SignalRecord record{0xC0000005, nullptr, &context};
+    const std::string description = Kiv::HardwareException(&record).Description();
+    munmap(guard, 4096);
+    const size_t stack = description.find("Call Stack:\r\n \r\n");
+    ASSERT_NE(stack, std::string::npos);
+    EXPECT_NE(description.find("ExceptionTest\r\n\r\nUnable to gather full diagnostics\r\n", stack),
+              std::string::npos)
+        << description;
+}
+#endif
 
 TEST(ResultClass, ValuesMapOntoTableRows)
 {

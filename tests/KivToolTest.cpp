@@ -1,6 +1,8 @@
 // The kiv tool run as a user runs it: a real directory tree packed, listed, extracted and compared
 // byte for byte, plain and compressed, and the error paths with their messages and exit codes.
 #include "BPE.h"
+#include "Bitmap.h"
+#include "ConfigParser.h"
 #include "File.h"
 #include "PString.h"
 #include "TestSupport.h"
@@ -9,23 +11,17 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
 
-#if defined(_WIN32)
-#include <windows.h>
-#else
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-extern char ** environ;
-#endif
-
+using Kiv::File;
 using TestSupport::ReadBytes;
 using TestSupport::TempDir;
 using TestSupport::WriteBytes;
+using TestSupport::WriteText;
 namespace fs = std::filesystem;
 
 namespace
@@ -38,18 +34,6 @@ struct Outcome
     std::string out;
     std::string err;
 };
-
-// The kiv program is built beside the test programs.
-std::string KivProgram()
-{
-#if defined(_WIN32)
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, sizeof(path));
-    return (fs::path(path).parent_path() / "kiv.exe").string();
-#else
-    return (fs::read_symlink("/proc/self/exe").parent_path() / "kiv").string();
-#endif
-}
 
 // Puts the working folder back however the test ends.
 class WorkingFolder
@@ -70,32 +54,8 @@ Outcome RunKiv(const TempDir & dir, std::vector<std::string> words)
 {
     const std::string out = dir / "kiv.out";
     const std::string err = dir / "kiv.err";
-    words.insert(words.begin(), KivProgram());
-#if defined(_WIN32)
-    std::string command = "\"";
-    for (const std::string & word : words)
-        command += "\"" + word + "\" ";
-    command += "> \"" + out + "\" 2> \"" + err + "\"\"";
-    const int code = std::system(command.c_str());
-#else
-    const char * emulator = getenv("CORESTONE_EMULATOR");
-    if (emulator && *emulator)
-        words.insert(words.begin(), emulator);
-    std::vector<char *> arguments;
-    for (std::string & word : words)
-        arguments.push_back(&word[0]);
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t child = 0;
-    int status = 0;
-    const int started = posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    const int code =
-        started == 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-#endif
+    words.insert(words.begin(), TestSupport::ProgramBeside("kiv"));
+    const int code = TestSupport::RunProgram(words, out, err);
     const Bytes output = ReadBytes(out), errors = ReadBytes(err);
     return {code, std::string(output.begin(), output.end()), std::string(errors.begin(), errors.end())};
 }
@@ -239,6 +199,70 @@ TEST(KivTool, CompressesDecompressesAndChecks)
     EXPECT_FALSE(fs::exists(dir / "never.txt"));
 }
 
+TEST(KivTool, ChecksQueriesAndConvertsConfigurations)
+{
+    TempDir dir;
+    const std::string text = "version 1.50\r\n"
+                             "scale = 2.0;\r\n"
+                             "item = first;\r\n"
+                             "item = \"second one\";\r\n"
+                             "\"a.b\" = 1, 2, 3;\r\n"
+                             "bytes = : 00FF10;\r\n"
+                             "block(\"tag\")\r\n"
+                             "{\r\n"
+                             "  inner = -7;\r\n"
+                             "}\r\n";
+    WriteText(dir / "in.cfg", text);
+    const Outcome checked = RunKiv(dir, {"cfg", "check", dir / "in.cfg"});
+    EXPECT_EQ(0, checked.code) << checked.err;
+    EXPECT_EQ("", checked.out + checked.err);
+
+    using Query = std::pair<std::string, std::vector<std::string>>;
+    for (const Query & query :
+         {Query{"scale", {"2.0"}}, Query{"item[1]", {"second one"}}, Query{"\"a.b\"", {"1", "2", "3"}},
+          Query{"bytes", {"00FF10"}}, Query{"block.inner", {"-7"}}, Query{"[5]", {"tag", "inner = -7;"}}})
+    {
+        const Outcome got = RunKiv(dir, {"cfg", "get", dir / "in.cfg", query.first});
+        EXPECT_EQ(0, got.code) << query.first << got.err;
+        EXPECT_EQ(query.second, Lines(got.out)) << query.first;
+    }
+
+    // Text to binary and back: the text is what the parser's Save writes, and its binary form
+    // is the first one byte for byte.
+    ASSERT_EQ(0, RunKiv(dir, {"cfg", "tobin", dir / "in.cfg", dir / "in.bin"}).code);
+    ASSERT_EQ(0, RunKiv(dir, {"cfg", "totext", dir / "in.bin", dir / "back.cfg"}).code);
+    ASSERT_EQ(0, RunKiv(dir, {"cfg", "tobin", dir / "back.cfg", dir / "back.bin"}).code);
+    const Bytes binary = ReadBytes(dir / "in.bin");
+    ASSERT_GE(binary.size(), 4u);
+    EXPECT_EQ((Bytes{'C', 'D', 1, 1}), Bytes(binary.begin(), binary.begin() + 4));
+    EXPECT_EQ(binary, ReadBytes(dir / "back.bin"));
+    Kiv::ConfigParser parser;
+    ASSERT_TRUE(parser.Parse((dir / "in.cfg").c_str()).Succeeded());
+    parser.SetVersion(1.0f);
+    ASSERT_EQ(File::RES_OK, parser.Save((dir / "saved.cfg").c_str()).Value());
+    EXPECT_EQ(ReadBytes(dir / "saved.cfg"), ReadBytes(dir / "back.cfg"));
+}
+
+TEST(KivTool, ConfigurationErrorsNameTheFileAndTheLine)
+{
+    TempDir dir;
+    WriteText(dir / "broken.cfg", "version 1.00\r\na = 1;\r\nb = 2\r\nc = 3;\r\n");
+    const Outcome broken = ExpectFails(dir, {"cfg", "check", dir / "broken.cfg"}, "broken.cfg");
+    EXPECT_NE(std::string::npos, broken.err.find("broken.cfg(4): Syntax error at c.")) << broken.err;
+    // A binary file cut short is refused, and the output it was to become is not left behind.
+    WriteBytes(dir / "cut.bin", {'C', 'D', 1, 1, 0, 0, 0, 0, 5, 1, 0});
+    ExpectFails(dir, {"cfg", "totext", dir / "cut.bin", dir / "never.cfg"}, "cut.bin");
+    EXPECT_FALSE(fs::exists(dir / "never.cfg"));
+    WriteText(dir / "ok.cfg", "version 1.00\r\na { b = 1; }\r\n");
+    ExpectFails(dir, {"cfg", "get", dir / "ok.cfg", "a.c"}, "ok.cfg");
+
+    for (const std::vector<std::string> & words : {std::vector<std::string>{"cfg", "lint", dir / "ok.cfg"},
+                                                   {"cfg", "get", dir / "ok.cfg"},
+                                                   {"cfg", "get", dir / "ok.cfg", "a[x]"},
+                                                   {"cfg", "get", dir / "ok.cfg", "a..b"}})
+        EXPECT_EQ(2, RunKiv(dir, words).code) << words.back();
+}
+
 TEST(KivTool, ErrorsNameTheFileAndTheReason)
 {
     TempDir dir;
@@ -266,5 +290,36 @@ TEST(KivTool, ErrorsNameTheFileAndTheReason)
     EXPECT_NE(std::string::npos, help.out.find("decompress"));
     for (const std::vector<std::string> & words :
          {std::vector<std::string>{"unpack"}, {"list", "--fast", "a"}})
+        EXPECT_EQ(2, RunKiv(dir, words).code) << words.back();
+}
+
+TEST(KivTool, ImageInfoAndConvert)
+{
+    TempDir dir;
+    const std::string images = TestSupport::DataFile("images") + "/";
+    const Outcome info =
+        RunKiv(dir, {"img", "info", images + "tga-p8.tga", images + "bmp-rgba32.bmp", dir / "no.pcx"});
+    EXPECT_EQ(1, info.code);
+    EXPECT_EQ((std::vector<std::string>{"12x7 Indexed8  " + images + "tga-p8.tga",
+                                        "8x4 XRGB32    " + images + "bmp-rgba32.bmp"}),
+              Lines(info.out));
+    EXPECT_NE(std::string::npos, info.err.find("no.pcx")) << info.err;
+
+    // An opaque image becomes a 32-bit TGA or a 24-bit BMP of the same pixels.
+    Kiv::Bitmap source, converted;
+    ASSERT_TRUE(source.Load(Kiv::PString((images + "pcx-p8.pcx").c_str()), Kiv::PString()));
+    for (const char * name : {"out.tga", "out.bmp"})
+    {
+        const Outcome convert = RunKiv(dir, {"img", "convert", images + "pcx-p8.pcx", dir / name});
+        ASSERT_EQ(0, convert.code) << convert.err;
+        ASSERT_TRUE(converted.Load(Kiv::PString((dir / name).c_str()), Kiv::PString()));
+        EXPECT_EQ(std::string(name) == "out.tga" ? Kiv::Bitmap::ARGB32 : Kiv::Bitmap::XRGB32,
+                  converted.GetFormat());
+        EXPECT_EQ(0, memcmp(source.GetPtr(), converted.GetPtr(), source.GetNumBytes())) << name;
+    }
+    ExpectFails(dir, {"img", "convert", images + "tga-rle24.tga", dir / "x.bmp"}, "tga-rle24.tga");
+    ExpectFails(dir, {"img", "convert", images + "tga-p8.tga", dir / "x.png"}, "x.png");
+    for (const std::vector<std::string> & words :
+         {std::vector<std::string>{"img", "convert", "a.tga"}, {"img", "scale", "a.tga"}, {"img"}})
         EXPECT_EQ(2, RunKiv(dir, words).code) << words.back();
 }

@@ -221,6 +221,43 @@ TEST(PString, APoolOfOnesOwnComesAndGoes)
     Pool().CollectGarbage();
 }
 
+// One bucket holds every name, so each lookup's steps are the nodes before its name in the chain:
+// move-to-front, sweeps, edits and a chain longer than any first allocation keep the order.
+TEST(PString, LookupsCountTheNodesPassedInChainOrder)
+{
+    PStringCache own(1);
+    const auto make = [&own](const std::string & text)
+    { return own.Create(reinterpret_cast<const unsigned char *>(text.c_str())); };
+    const auto chain = [&own]()
+    {
+        std::string names;
+        while (PStringCache::Node * node = own.Next())
+            names += std::string(node->Text()) + " ";
+        return names;
+    };
+    std::vector<PStringCache::Node *> made;
+    for (int i = 0; i < 100; ++i)
+        made.push_back(make("n" + std::to_string(i)));
+    const unsigned int steps = own.GetSearchSteps();
+    EXPECT_EQ(steps, 99u * 100 / 2);
+    EXPECT_EQ(make("n0"), made[0]);
+    EXPECT_EQ(make("n1"), made[1]);
+    EXPECT_EQ(own.GetSearchSteps(), steps + 99 + 99);
+    EXPECT_EQ(own.GetHits(), 2u);
+    for (int i = 2; i < 98; ++i)
+        own.Destroy(made[i]);
+    own.CollectGarbage();
+    EXPECT_EQ(chain(), "n1 n0 n99 n98 ");
+    // Its last reference edited, n0 leaves the chain and comes back as N0.
+    own.Destroy(made[0]);
+    own.ToUpper(made[0]);
+    EXPECT_EQ(chain(), "N0 n1 n99 n98 ");
+    make("n98");
+    make("new");
+    EXPECT_EQ(chain(), "new n98 N0 n1 n99 ");
+    EXPECT_EQ(own.GetSearchSteps(), steps + 99 + 99 + 3 + 3 + 4);
+}
+
 TEST(PString, SerialisedLikeAnsiStrings)
 {
     MemoryWriter writer;

@@ -6,6 +6,15 @@
 #include <iterator>
 #include <stdexcept>
 
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+extern char ** environ;
+#endif
+
 namespace TestSupport
 {
 namespace fs = std::filesystem;
@@ -66,5 +75,45 @@ std::vector<unsigned char> DoublingBlock(unsigned char code)
 std::string DataFile(const std::string & name)
 {
     return std::string(CORESTONE_TEST_DATA) + "/" + name;
+}
+
+std::string ProgramBeside(const std::string & name)
+{
+#if defined(_WIN32)
+    char path[MAX_PATH];
+    GetModuleFileNameA(nullptr, path, sizeof(path));
+    return (fs::path(path).parent_path() / (name + ".exe")).string();
+#else
+    return (fs::read_symlink("/proc/self/exe").parent_path() / name).string();
+#endif
+}
+
+int RunProgram(std::vector<std::string> words, const std::string & outFile, const std::string & errFile)
+{
+#if defined(_WIN32)
+    std::string command = "\"";
+    for (const std::string & word : words)
+        command += "\"" + word + "\" ";
+    command += "> \"" + outFile + "\" 2> \"" + errFile + "\"\"";
+    return std::system(command.c_str());
+#else
+    const char * emulator = getenv("CORESTONE_EMULATOR");
+    if (emulator && *emulator)
+        words.insert(words.begin(), emulator);
+    std::vector<char *> arguments;
+    for (std::string & word : words)
+        arguments.push_back(&word[0]);
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t child = 0;
+    int status = 0;
+    const int started = posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    return started == 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status)
+                                                                                    : -1;
+#endif
 }
 } // namespace TestSupport

@@ -35,6 +35,11 @@ std::multiset<std::string> Listing(const std::string & pattern, bool withPath = 
 std::vector<unsigned char> DoublingBlock(unsigned char code);
 // A file of tests/data, the golden files every target checks against.
 std::string DataFile(const std::string & name);
+// A program built beside the test programs.
+std::string ProgramBeside(const std::string & name);
+// Runs a program with its arguments (through the emulator of a cross build when there is one),
+// its standard output and error sent to the files; answers its exit code, -1 when it did not exit.
+int RunProgram(std::vector<std::string> words, const std::string & outFile, const std::string & errFile);
 
 // What the Kiv::FileEx thrown by `action` tells, as "source: reason", or "no exception".
 template <typename Action>

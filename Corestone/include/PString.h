@@ -94,16 +94,35 @@ public:
     }
 
 private:
+    // A chain's nodes in chain order with their hashes and lengths, so that a lookup compares
+    // words of one block instead of visiting every node it passes over.
+    struct Key
+    {
+        uint32_t hash;
+        uint32_t length;
+        Node * node;
+    };
     struct Bucket
     {
         Node * head;
         Node * tail;
         uint32_t count;
+        uint32_t capacity; // of keys
+        // Null while a chain whose keys could not grow is walked node by node, until it empties.
+        Key * keys;
     };
     Node * Lookup(const char * text, unsigned int length);
+    Node * Search(const Bucket & bucket, uint32_t hash, const char * text, unsigned int length,
+                  unsigned int & passed) const;
     Node * NewNode(unsigned int length);
+    Bucket & BucketOf(Node * node);
     void Link(Node * node);
     void Unlink(Node * node);
+    void ChainRemove(Bucket & bucket, Node * node);
+    void ChainPush(Bucket & bucket, Node * node);
+    void MoveToFront(Bucket & bucket, Node * node, unsigned int position);
+    static void KeyPush(Bucket & bucket, uint32_t hash, Node * node);
+    static bool GrowKeys(Bucket & bucket);
     void Retain(Node * node);
     template <class Edit>
     Node * Edited(Node * node, unsigned int newLength, Edit edit);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 
 namespace Tool
 {
@@ -104,21 +105,15 @@ void Finish(File & file, const std::string & shown)
         Fail(shown, "not all of it could be written (disk full?)");
 }
 
-void Transcode(const std::string & in, unsigned long inMode, const std::string & out, unsigned long outMode,
-               const char * label)
+void Produce(const std::string & out, unsigned long mode, const std::function<void(File &)> & write)
 {
-    File from;
-    Open(from, in, inMode);
-    if ((inMode & File::MODE_READ_MASK) == File::MODE_READ_COMPRESSED && !from.IsCompressed())
-        Fail(in, "not a compressed file");
     // Only an output this command made is removed when it fails: never a device or an old file.
     const bool existed = File::Exists(out.c_str()) == File::RES_OK;
     File to;
-    Open(to, out, outMode);
+    Open(to, out, mode);
     try
     {
-        Progress progress(label, from.Size());
-        Copy(from, to, out, progress);
+        write(to);
         Finish(to, out);
     }
     catch (...)
@@ -128,6 +123,21 @@ void Transcode(const std::string & in, unsigned long inMode, const std::string &
             File::Remove(out.c_str());
         throw;
     }
+}
+
+void Transcode(const std::string & in, unsigned long inMode, const std::string & out, unsigned long outMode,
+               const char * label)
+{
+    File from;
+    Open(from, in, inMode);
+    if ((inMode & File::MODE_READ_MASK) == File::MODE_READ_COMPRESSED && !from.IsCompressed())
+        Fail(in, "not a compressed file");
+    Produce(out, outMode,
+            [&](File & to)
+            {
+                Progress progress(label, from.Size());
+                Copy(from, to, out, progress);
+            });
 }
 
 bool IsDirectory(const std::string & name)

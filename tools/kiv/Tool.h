@@ -6,6 +6,7 @@
 #include "PString.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,7 @@ struct Command
 constexpr unsigned Unlimited = ~0u;
 
 extern const Command packCommand, listCommand, extractCommand, addCommand, removeCommand, compressCommand,
-    decompressCommand, crcCommand;
+    decompressCommand, crcCommand, imgCommand, crashCommand, cfgCommand;
 
 // What ends a command: the file it concerns and why. main prints it and exits with 1.
 struct Failure
@@ -124,6 +125,9 @@ void Open(Kiv::File & file, const std::string & name, unsigned long mode);
 void Finish(Kiv::File & file, const std::string & shown);
 // Copies what remains of from into to; a short write fails, naming toName.
 void Copy(Kiv::File & from, Kiv::File & to, const std::string & toName, Progress & progress);
+// Opens the file out with mode, has write fill it and closes it; an output left unfinished by a
+// failure is removed.
+void Produce(const std::string & out, unsigned long mode, const std::function<void(Kiv::File &)> & write);
 // Copies the file in, opened with inMode, into a new file out opened with outMode; an output
 // left unfinished by a failure is removed.
 void Transcode(const std::string & in, unsigned long inMode, const std::string & out, unsigned long outMode,

@@ -11,6 +11,7 @@ namespace
 const Tool::Command * const commands[] = {
     &Tool::packCommand,   &Tool::listCommand,     &Tool::extractCommand,    &Tool::addCommand,
     &Tool::removeCommand, &Tool::compressCommand, &Tool::decompressCommand, &Tool::crcCommand,
+    &Tool::imgCommand,    &Tool::crashCommand,    &Tool::cfgCommand,
 };
 
 enum ExitCode
