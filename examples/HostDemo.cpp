@@ -1,7 +1,8 @@
 // A host program starting the library's services in their documented order: the process-wide
-// option set (defaults, environment, option files, command line), then the log. It then mounts a
-// substitution "data" over a folder and an archive, reads a configuration through it and logs what
-// it did into KivLog.txt (or the file the option LogFile names), in the current folder.
+// option set (defaults, environment, option files, command line), the log, then the exception
+// handler, under which the rest runs. It mounts a substitution "data" over a folder and an
+// archive, reads a configuration through it and logs what it did into KivLog.txt (or the file the
+// option LogFile names), in the current folder.
 //
 //   HostDemo [-LogAnsi] [-LogStdErr] [-LogFile=name] [-Speed=n]
 #include "Kiv.h"
@@ -72,20 +73,10 @@ bool ReadConfiguration(const Kiv::Options & options)
     demo->Print(Kiv::LogClient::LEVEL_DIAG, "data:readme.txt (through to the folder): %s", line);
     return true;
 }
-} // namespace
-
-int main(int argc, char ** argv)
+// The host's work, run under the exception handler: a fault ends in a crash report in the log.
+int Run(void * data)
 {
-    // The host's own client is configured like any other, ahead of the command line.
-    Kiv::OS::SetCmdLine(argc, argv);
-    Kiv::String extra("+Log=HostDemo:Diag:mono=off ");
-    extra += Kiv::OS::GetCmdLine();
-    Kiv::Options & options = Kiv::OS::InitOptions("HostDemo", extra);
-    Kiv::Log::Init(&options);
-    demo = Kiv::Log::GetClient("HostDemo");
-    demo->Print(Kiv::LogClient::LEVEL_DIAG, "%s started as %s with %u options", Kiv::OS::GetAppName(),
-                Kiv::OS::GetProcessPath(), options.GetCount());
-
+    const Kiv::Options & options = *static_cast<const Kiv::Options *>(data);
     if (!MakeData())
     {
         demo->Print(Kiv::LogClient::LEVEL_ERR, "cannot write HostDemoData in the current folder");
@@ -103,4 +94,20 @@ int main(int argc, char ** argv)
     std::printf("HostDemo: %s; the log is in %s\n", read ? "configuration read" : "configuration not read",
                 static_cast<const char *>(logFile));
     return read ? 0 : 1;
+}
+} // namespace
+
+int main(int argc, char ** argv)
+{
+    // The host's own client is configured like any other, ahead of the command line.
+    Kiv::OS::SetCmdLine(argc, argv);
+    Kiv::String extra("+Log=HostDemo:Diag:mono=off ");
+    extra += Kiv::OS::GetCmdLine();
+    Kiv::Options & options = Kiv::OS::InitOptions("HostDemo", extra);
+    Kiv::Log::Init(&options);
+    Kiv::ExceptionHandler::Init(&options);
+    demo = Kiv::Log::GetClient("HostDemo");
+    demo->Print(Kiv::LogClient::LEVEL_DIAG, "%s started as %s with %u options", Kiv::OS::GetAppName(),
+                Kiv::OS::GetProcessPath(), options.GetCount());
+    return Kiv::ExceptionHandler::Main(Run, &options);
 }
