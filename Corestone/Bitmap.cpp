@@ -267,29 +267,9 @@ bool Bitmap::CopyImage(const Bitmap & source, const Point & at, const Rect & are
     return Draw(source, at, area, clip, false);
 }
 
-bool Bitmap::CopyImage(const Bitmap & source, const Point & at, const Rect & area, int)
-{
-    return Draw(source, at, area, *this, false);
-}
-
-bool Bitmap::CopyImage(const Bitmap & source, const Point & at, int)
-{
-    return Draw(source, at, source, *this, false);
-}
-
 bool Bitmap::Image(const Bitmap & source, const Point & at, const Rect & area, int, const Rect & clip)
 {
     return Draw(source, at, area, clip, true);
-}
-
-bool Bitmap::Image(const Bitmap & source, const Point & at, const Rect & area, int)
-{
-    return Draw(source, at, area, *this, true);
-}
-
-bool Bitmap::Image(const Bitmap & source, const Point & at, int)
-{
-    return Draw(source, at, source, *this, true);
 }
 
 Bitmap * Bitmap::Crop(const Rect & rect) const

@@ -187,6 +187,32 @@ inline __m128i Over(__m128i d, __m128i s)
     const __m128i takeSource = _mm_or_si128(_mm_cmpeq_epi32(a, ff), _mm_cmpeq_epi32(da, zero));
     return Select(_mm_cmpeq_epi32(a, zero), d, Select(takeSource, s, mixed));
 }
+// The source weight of the blends for 16-bit alphas a: a + 1, or 0 where a is 0, so that the
+// destination weight 256 - w keeps the destination exactly.
+inline __m128i Weight16(__m128i a)
+{
+    return _mm_add_epi16(_mm_add_epi16(a, _mm_set1_epi16(1)), _mm_cmpeq_epi16(a, _mm_setzero_si128()));
+}
+// Scale(d, 256 - w) + Scale(s, w) on the channels of two pixels in 16-bit lanes, with the weight
+// of each source pixel's alpha.
+inline __m128i MixByAlpha16(__m128i d, __m128i s)
+{
+    const __m128i w = Weight16(_mm_shufflehi_epi16(_mm_shufflelo_epi16(s, 0xFF), 0xFF));
+    return _mm_add_epi16(Scale16(d, _mm_sub_epi16(_mm_set1_epi16(256), w)), Scale16(s, w));
+}
+// The same for four pixels: the 24-bit blend, and the 32-bit one over opaque pixels.
+inline __m128i MixByAlpha(__m128i d, __m128i s)
+{
+    const __m128i zero = _mm_setzero_si128();
+    return _mm_packus_epi16(MixByAlpha16(_mm_unpacklo_epi8(d, zero), _mm_unpacklo_epi8(s, zero)),
+                            MixByAlpha16(_mm_unpackhi_epi8(d, zero), _mm_unpackhi_epi8(s, zero)));
+}
+// Over a destination of four opaque pixels, a frame's usual case: the weight is a + 1 and alpha
+// stays 255, and an opaque source leaves the mix unchanged (weights 0 and 256).
+inline __m128i OverOpaque(__m128i d, __m128i s)
+{
+    return _mm_or_si128(MixByAlpha(d, s), _mm_set1_epi32(int(opaque)));
+}
 // A row may be blended onto itself; lanes read ahead of the scalar order only where the
 // destination trails its source.
 inline bool Safe(const Byte * dst, const Byte * src, unsigned int n, unsigned int srcSize)
@@ -194,8 +220,8 @@ inline bool Safe(const Byte * dst, const Byte * src, unsigned int n, unsigned in
     const auto d = reinterpret_cast<std::uintptr_t>(dst), s = reinterpret_cast<std::uintptr_t>(src);
     return d <= s || d >= s + std::uintptr_t(n) * srcSize;
 }
-// Whether four source pixels are all transparent, all opaque, or neither: sprites are mostly
-// made of the first two, which need no arithmetic.
+// Whether four pixels are all transparent, all opaque, or neither: sprites are mostly made of
+// the first two, which need no arithmetic, and frames of the second.
 enum Coverage
 {
     Clear,
@@ -228,7 +254,10 @@ unsigned int Over32(Byte *& dst, const Byte *& src, unsigned int n)
         const __m128i s = Load(src);
         const Coverage coverage = Cover(s);
         if (coverage != Clear)
-            Store(dst, coverage == Opaque ? s : Over(Load(dst), s));
+        {
+            const __m128i d = Load(dst);
+            Store(dst, coverage == Opaque ? s : Cover(d) == Opaque ? OverOpaque(d, s) : Over(d, s));
+        }
     }
     return n;
 }
@@ -252,21 +281,18 @@ unsigned int Blend32To24(Byte *& dst, const Byte *& src, unsigned int n)
 {
     if (!Safe(dst, src, n, 4))
         return n;
-    const __m128i ff = _mm_set1_epi32(255), zero = _mm_setzero_si128();
     // Sixteen bytes are loaded for twelve: at least six pixels remain, so they lie inside the row.
     // Twelve are stored, as a wider store would stall the next, overlapping load.
     for (; n >= 6; n -= 4, dst += 12, src += 16)
     {
-        const __m128i s = Load(src), a = _mm_srli_epi32(s, 24);
+        const __m128i s = Load(src);
         const Coverage coverage = Cover(s);
         if (coverage == Clear)
             continue;
         __m128i result = s;
         if (coverage == Partial)
         {
-            const __m128i d = Unpack24(Load(dst));
-            const __m128i mixed = Mix(d, s, _mm_sub_epi32(ff, a), _mm_add_epi32(a, _mm_set1_epi32(1)));
-            result = Select(_mm_cmpeq_epi32(a, zero), d, mixed);
+            result = MixByAlpha(Unpack24(Load(dst)), s);
         }
         const __m128i packed = Pack24(result);
         _mm_storel_epi64(reinterpret_cast<__m128i *>(dst), packed);
@@ -285,71 +311,68 @@ unsigned int Blend32To565(Byte *& dst, const Byte *& src, unsigned int n)
 {
     if (!Safe(dst, src, n, 4))
         return n;
-    const __m128i ff = _mm_set1_epi16(255), m5 = _mm_set1_epi16(31), m6 = _mm_set1_epi16(63);
+    const __m128i m5 = _mm_set1_epi16(31), m6 = _mm_set1_epi16(63);
     for (; n >= 8; n -= 8, dst += 16, src += 32)
     {
         const __m128i s0 = Load(src), s1 = Load(src + 16), d = Load(dst);
-        const __m128i a = Channel(s0, s1, 24, 255), w = _mm_add_epi16(a, _mm_set1_epi16(1)),
-                      k = _mm_sub_epi16(ff, a);
+        const __m128i w = Weight16(Channel(s0, s1, 24, 255)), k = _mm_sub_epi16(_mm_set1_epi16(256), w);
         const __m128i r =
             _mm_add_epi16(Scale16(_mm_srli_epi16(d, 11), k), Scale16(Channel(s0, s1, 19, 31), w));
         const __m128i g = _mm_add_epi16(Scale16(_mm_and_si128(_mm_srli_epi16(d, 5), m6), k),
                                         Scale16(Channel(s0, s1, 10, 63), w));
         const __m128i b = _mm_add_epi16(Scale16(_mm_and_si128(d, m5), k), Scale16(Channel(s0, s1, 3, 31), w));
-        const __m128i p = _mm_or_si128(_mm_or_si128(_mm_slli_epi16(r, 11), _mm_slli_epi16(g, 5)), b);
-        Store(dst, Select(_mm_cmpeq_epi16(a, _mm_setzero_si128()), d, p));
+        Store(dst, _mm_or_si128(_mm_or_si128(_mm_slli_epi16(r, 11), _mm_slli_epi16(g, 5)), b));
     }
     return n;
 }
 } // namespace Wide
-#endif
-
-// The rows that the wide forms leave, or whole rows where they are missing.
-#if defined(__SSE2__)
-#define KIV_WIDE(name) n = Wide::name(dst, src, n)
 #else
-#define KIV_WIDE(name)
+namespace Wide
+{
+inline unsigned int None(Byte *&, const Byte *&, unsigned int n)
+{
+    return n;
+}
+constexpr auto Over32 = None, Blend32To24 = None, Blend32To565 = None;
+} // namespace Wide
 #endif
 
-void Over32(Byte * dst, const Byte * src, unsigned int n)
+// One pixel of each row blend: an opaque source converted to the destination's layout, and the
+// mix of a source whose alpha is 1 to 254 with the destination.
+inline Word Same(Word s)
 {
-    KIV_WIDE(Over32);
-    for (; n; --n, dst += 4, src += 4)
+    return s;
+}
+inline Word Mix24(Word d, Word s)
+{
+    const Word a = s >> 24;
+    return Scale(d, 255 - a) + Scale(s, a + 1);
+}
+inline Word Mix565(Word d, Word s)
+{
+    const Word a = s >> 24;
+    return Mix565(d, s, 255 - a, a + 1);
+}
+
+// The row blends: a transparent source pixel leaves the destination as it is. The wide form
+// takes what it can of the row and leaves the rest to the pixel loop.
+template <unsigned int size, Word (*opaqueForm)(Word), Word (*mix)(Word, Word),
+          unsigned int (*wide)(Byte *&, const Byte *&, unsigned int)>
+void BlendRow(Byte * dst, const Byte * src, unsigned int n)
+{
+    for (n = wide(dst, src, n); n; --n, dst += size, src += 4)
     {
         const Word s = Get32(src);
         const Word a = s >> 24;
         if (a == 255)
-            Put32(dst, s);
+            Put<size>(dst, opaqueForm(s));
         else if (a != 0)
-            Put32(dst, Over(Get32(dst), s));
+            Put<size>(dst, mix(Get<size>(dst), s));
     }
 }
-void Blend32To24(Byte * dst, const Byte * src, unsigned int n)
-{
-    KIV_WIDE(Blend32To24);
-    for (; n; --n, dst += 3, src += 4)
-    {
-        const Word s = Get32(src);
-        const Word a = s >> 24;
-        if (a == 255)
-            Put24(dst, s);
-        else if (a != 0)
-            Put24(dst, Scale(Get24(dst), 255 - a) + Scale(s, a + 1));
-    }
-}
-void Blend32To565(Byte * dst, const Byte * src, unsigned int n)
-{
-    KIV_WIDE(Blend32To565);
-    for (; n; --n, dst += 2, src += 4)
-    {
-        const Word s = Get32(src);
-        const Word a = s >> 24;
-        if (a == 255)
-            Put16(dst, Pack565(s));
-        else if (a != 0)
-            Put16(dst, Mix565(Get16(dst), s, 255 - a, a + 1));
-    }
-}
+constexpr auto Over32 = BlendRow<4, Same, Over, Wide::Over32>;
+constexpr auto Blend32To24 = BlendRow<3, Same, Mix24, Wide::Blend32To24>;
+constexpr auto Blend32To565 = BlendRow<2, Pack565, Mix565, Wide::Blend32To565>;
 
 void Store32(Byte * dst, PackedColor colour, unsigned int n, unsigned int stride)
 {

@@ -60,74 +60,75 @@ unsigned Mix(unsigned d, unsigned s, unsigned w)
     return ((d * (256 - w)) >> 8) + ((s * w) >> 8);
 }
 
-void PlainOver32(Bitmap & target, const Bitmap & source)
+// Calls blend(d, s) on every pixel pair, rows by their pointers; the call is inlined.
+template <int size, typename Blend>
+void EachPixel(Bitmap & target, const Bitmap & source, Blend blend)
 {
     for (int y = 0; y < side; ++y)
     {
         unsigned char * d = target.GetPtr(Kiv::Point{0, y});
         const unsigned char * s = source.GetPtr(Kiv::Point{0, y});
-        for (int x = 0; x < side; ++x, d += 4, s += 4)
-        {
-            const unsigned a = s[3];
-            if (a == 0)
-                continue;
-            if (a == 255 || d[3] == 0)
-            {
-                std::memcpy(d, s, 4);
-                continue;
-            }
-            unsigned w = a + 1;
-            if (d[3] < 255)
-            {
-                const unsigned da = d[3];
-                d[3] = static_cast<unsigned char>(0u - (((256 - w) * (255 - da) + 255) >> 8));
-                w = (w + 255 - da) >> 1;
-            }
-            for (int c = 0; c < 3; ++c)
-                d[c] = static_cast<unsigned char>(Mix(d[c], s[c], w));
-        }
+        for (int x = 0; x < side; ++x, d += size, s += 4)
+            blend(d, s);
     }
+}
+
+void PlainOver32(Bitmap & target, const Bitmap & source)
+{
+    EachPixel<4>(target, source,
+                 [](unsigned char * d, const unsigned char * s)
+                 {
+                     const unsigned a = s[3];
+                     if (a == 0)
+                         return;
+                     if (a == 255 || d[3] == 0)
+                     {
+                         std::memcpy(d, s, 4);
+                         return;
+                     }
+                     unsigned w = a + 1;
+                     if (d[3] < 255)
+                     {
+                         const unsigned da = d[3];
+                         d[3] = static_cast<unsigned char>(0u - (((256 - w) * (255 - da) + 255) >> 8));
+                         w = (w + 255 - da) >> 1;
+                     }
+                     for (int c = 0; c < 3; ++c)
+                         d[c] = static_cast<unsigned char>(Mix(d[c], s[c], w));
+                 });
 }
 
 void Plain32To24(Bitmap & target, const Bitmap & source)
 {
-    for (int y = 0; y < side; ++y)
-    {
-        unsigned char * d = target.GetPtr(Kiv::Point{0, y});
-        const unsigned char * s = source.GetPtr(Kiv::Point{0, y});
-        for (int x = 0; x < side; ++x, d += 3, s += 4)
-        {
-            const unsigned a = s[3];
-            for (int c = 0; a != 0 && c < 3; ++c)
-                d[c] = static_cast<unsigned char>(a == 255 ? s[c] : Mix(d[c], s[c], a + 1));
-        }
-    }
+    EachPixel<3>(target, source,
+                 [](unsigned char * d, const unsigned char * s)
+                 {
+                     const unsigned a = s[3];
+                     for (int c = 0; a != 0 && c < 3; ++c)
+                         d[c] = static_cast<unsigned char>(a == 255 ? s[c] : Mix(d[c], s[c], a + 1));
+                 });
 }
 
 void Plain32To565(Bitmap & target, const Bitmap & source)
 {
-    for (int y = 0; y < side; ++y)
-    {
-        unsigned char * d = target.GetPtr(Kiv::Point{0, y});
-        const unsigned char * s = source.GetPtr(Kiv::Point{0, y});
-        for (int x = 0; x < side; ++x, d += 2, s += 4)
-        {
-            const unsigned a = s[3];
-            if (a == 0)
-                continue;
-            unsigned r = s[2] >> 3, g = s[1] >> 2, b = s[0] >> 3;
-            if (a != 255)
-            {
-                const unsigned p = d[0] | d[1] << 8;
-                r = Mix(p >> 11, r, a + 1);
-                g = Mix((p >> 5) & 63, g, a + 1);
-                b = Mix(p & 31, b, a + 1);
-            }
-            const unsigned p = r << 11 | g << 5 | b;
-            d[0] = static_cast<unsigned char>(p);
-            d[1] = static_cast<unsigned char>(p >> 8);
-        }
-    }
+    EachPixel<2>(target, source,
+                 [](unsigned char * d, const unsigned char * s)
+                 {
+                     const unsigned a = s[3];
+                     if (a == 0)
+                         return;
+                     unsigned r = s[2] >> 3, g = s[1] >> 2, b = s[0] >> 3;
+                     if (a != 255)
+                     {
+                         const unsigned p = d[0] | d[1] << 8;
+                         r = Mix(p >> 11, r, a + 1);
+                         g = Mix((p >> 5) & 63, g, a + 1);
+                         b = Mix(p & 31, b, a + 1);
+                     }
+                     const unsigned p = r << 11 | g << 5 | b;
+                     d[0] = static_cast<unsigned char>(p);
+                     d[1] = static_cast<unsigned char>(p >> 8);
+                 });
 }
 
 struct Scene

@@ -16,23 +16,17 @@ using Kiv::Size;
 
 namespace
 {
-// A row of nine pixels of `format`, each holding `dst` (little-endian), with a row of nine `src`
-// pixels copied or blended over it, the wide loops and the single-pixel ones alike. Answers the
-// first pixel when every pixel came out the same, else a value no case expects.
-std::uint32_t DrawOne(Bitmap::Format format, std::uint32_t dst, std::uint32_t src, bool blend)
+// Nine pixels of `format` holding `dst` (little-endian) after `draw` worked on them: the first
+// when all nine came out alike, so that the wide loops and the pixel loops agree, else a value
+// no case expects.
+template <typename Draw>
+std::uint32_t After(Bitmap::Format format, std::uint32_t dst, Draw draw)
 {
     Bitmap target(Size{9, 1}, format);
-    Bitmap source(Size{9, 1}, Bitmap::ARGB32);
     const unsigned int size = target.GetBytesPerPixel();
     for (unsigned int i = 0; i < 9; ++i)
-    {
         std::memcpy(target.GetPtr() + i * size, &dst, size);
-        std::memcpy(source.GetPtr() + i * 4, &src, 4);
-    }
-    if (blend)
-        target.Image(source);
-    else
-        target.CopyImage(source);
+    draw(target);
     std::uint32_t out = 0;
     std::memcpy(&out, target.GetPtr(), size);
     for (unsigned int i = 1; i < 9; ++i)
@@ -41,15 +35,21 @@ std::uint32_t DrawOne(Bitmap::Format format, std::uint32_t dst, std::uint32_t sr
     return out;
 }
 
+std::uint32_t DrawOne(Bitmap::Format format, std::uint32_t dst, std::uint32_t src, bool blend)
+{
+    Bitmap source(Size{9, 1}, Bitmap::ARGB32);
+    source.Clear(src);
+    return After(format, dst, [&](Bitmap & t) { blend ? t.Image(source) : t.CopyImage(source); });
+}
+
 std::uint32_t FillOne(Bitmap::Format format, std::uint32_t dst, PackedColor colour, bool blendSpan)
 {
-    Bitmap target(Size{1, 1}, format);
-    std::memcpy(target.GetPtr(), &dst, target.GetBytesPerPixel());
-    const Bitmap::RowOps & ops = target.GetRowOps();
-    (blendSpan ? ops.blendSpan : ops.fillSpan)(target.GetPtr(), colour, 1, 0);
-    std::uint32_t out = 0;
-    std::memcpy(&out, target.GetPtr(), target.GetBytesPerPixel());
-    return out;
+    return After(format, dst,
+                 [&](Bitmap & t)
+                 {
+                     const Bitmap::RowOps & ops = t.GetRowOps();
+                     (blendSpan ? ops.blendSpan : ops.fillSpan)(t.GetPtr(), colour, 9, 0);
+                 });
 }
 
 // A caller's block of exactly w x h 32-bit pixels, so any write past it trips the sanitizer.
@@ -76,14 +76,12 @@ TEST(Bitmap, InitLimitsPitchAndNullPixels)
     EXPECT_TRUE(b.Init(Size{4096, 1}, 0, Bitmap::ARGB32));
     EXPECT_FALSE(b.Init(Size{4097, 1}, 0, Bitmap::ARGB32));
     EXPECT_EQ(b.GetFormat(), Bitmap::Raw);
-    EXPECT_FALSE(b.Init(Size{1, 4097}, 0, Bitmap::ARGB32));
     EXPECT_FALSE(b.Init(Size{-1, 1}, 0, Bitmap::ARGB32));
     EXPECT_FALSE(b.Init(Size{1, 1}, -4, Bitmap::ARGB32));
     // The product of height and a given pitch is limited, and so is a given block size.
     EXPECT_TRUE(b.Init(Size{1, 1}, 0x1000000, Bitmap::Indexed8));
     EXPECT_FALSE(b.Init(Size{1, 1}, 0x1000001, Bitmap::Indexed8));
     EXPECT_FALSE(b.Init(Size{4, 1}, 0, Bitmap::ARGB32, nullptr, 0x1000001));
-    EXPECT_FALSE(b.Init(Size{4, 1}, 0, Bitmap::ARGB32, nullptr, -1));
     // A given block smaller than height x pitch is refused; a larger one is kept.
     EXPECT_FALSE(b.Init(Size{4, 2}, 0, Bitmap::ARGB32, nullptr, 31));
     EXPECT_TRUE(b.Init(Size{4, 2}, 0, Bitmap::ARGB32, nullptr, 40));
@@ -91,7 +89,6 @@ TEST(Bitmap, InitLimitsPitchAndNullPixels)
 
     b.Init(Size{10, 2}, 0, Bitmap::RGB24);
     EXPECT_EQ(b.GetPitch(), 32u);
-    EXPECT_EQ(b.GetNumBytes(), 64u);
     b.Init(Size{10, 2}, 0, Bitmap::RGB565);
     EXPECT_EQ(b.GetPitch(), 20u);
 
@@ -139,13 +136,11 @@ TEST(Bitmap, BlendsAreExactPerFormat)
     EXPECT_EQ(FillOne(Bitmap::ARGB32, 0xFF204060u, 0x80FF8000u, true), 0xFF8F5F2Fu);
     EXPECT_EQ(FillOne(Bitmap::ARGB32, 0xFF204060u, 0x00FF8000u, false), 0x00FF8000u);
 
-    // Pixel writes go through the solid fill; reads expand to 32 bits.
-    Bitmap b(Size{3, 1}, Bitmap::RGB565);
-    b.Clear();
-    b.Pixel(Point{1, 0}, 0xFFFFFFFFu);
-    b.BlendPixel(Point{1, 0}, 0x80000000u);
-    EXPECT_EQ(b.Pixel(Point{1, 0}), 0xFF787C78u);
-    EXPECT_EQ(b.Pixel(Point{0, 0}), 0xFF000000u);
+    // Pixel writes go through the solid fill.
+    Bitmap b(Size{1, 1}, Bitmap::RGB565);
+    b.Pixel(Point{}, 0xFFFFFFFFu);
+    b.BlendPixel(Point{}, 0x80000000u);
+    EXPECT_EQ(b.Pixel(Point{}), 0xFF787C78u);
 }
 
 TEST(Bitmap, WholeRowsBlendAsPixelByPixel)
@@ -214,20 +209,10 @@ TEST(Bitmap, ConversionsExpandWithoutReplicationAndRoundTrip)
     back.CopyImage(full);
     EXPECT_EQ(std::memcmp(back.GetPtr(), all.data(), 131072), 0);
 
-    // 24 -> 32 -> 24 is lossless and sets alpha to 255.
-    Bitmap rgb(Size{5, 3}, Bitmap::RGB24), rgb2(Size{5, 3}, Bitmap::RGB24), argb(Size{5, 3}, Bitmap::ARGB32);
-    for (unsigned int i = 0; i < rgb.GetNumBytes(); ++i)
-        rgb.GetPtr()[i] = static_cast<unsigned char>(i * 37 + 1);
-    argb.CopyImage(rgb);
-    EXPECT_EQ(argb.Pixel(Point{0, 0}), 0xFF4B2601u);
-    rgb2.CopyImage(argb);
-    for (int y = 0; y < 3; ++y)
-        EXPECT_EQ(std::memcmp(rgb.GetPtr(Point{0, y}), rgb2.GetPtr(Point{0, y}), 15), 0);
-    Bitmap packed(Size{1, 1}, Bitmap::RGB565);
-    Bitmap one(Size{1, 1}, Bitmap::RGB24);
-    one.Pixel(Point{}, 0xFFFF8008u);
-    packed.CopyImage(one);
-    EXPECT_EQ(packed.GetPtr()[0] | packed.GetPtr()[1] << 8, 0xFC01);
+    // 24 -> 32 sets alpha to 255.
+    Bitmap argb(Size{256, 256}, Bitmap::ARGB32);
+    argb.CopyImage(wide);
+    EXPECT_EQ(argb.Pixel(Point{0x21, 0x08}), 0xFF080408u);
 }
 
 TEST(Bitmap, AreaCopiesClipAgainstEveryEdge)
@@ -257,9 +242,7 @@ TEST(Bitmap, AreaCopiesClipAgainstEveryEdge)
                                          k < area.width && j >= 0 && j < area.height && sx >= 0 && sx < 7 &&
                                          sy >= 0 && sy < 5;
                         ASSERT_EQ(dst.At(x, y), hit ? src.At(sx, sy) : 0u)
-                            << "at " << at.x << "," << at.y << " area " << area.x << "," << area.y << ","
-                            << area.width << "," << area.height << " clip " << clip.x << "," << clip.y
-                            << " pixel " << x << "," << y;
+                            << at.x << " " << area.x << " " << x;
                         changed += hit;
                     }
                 EXPECT_EQ(any, changed > 0);
@@ -271,30 +254,22 @@ TEST(Bitmap, AreaCopiesClipAgainstEveryEdge)
     Block32 dst(2, 2, 0, 0);
     dst.bitmap.Pixel(Point{2, 0}, PackedColor::white, Rect{-10, -10, 100, 100});
     dst.bitmap.Pixel(Point{0, -1}, PackedColor::white, Rect{-10, -10, 100, 100});
-    dst.bitmap.Pixel(Point{1, 1}, PackedColor::white, Rect{0, 0, 1, 1});
     EXPECT_EQ(dst.At(0, 0) | dst.At(1, 0) | dst.At(0, 1) | dst.At(1, 1), 0u);
     EXPECT_EQ(dst.bitmap.Pixel(Point{-1, 0}), 0xFFFFFFFFu);
-    EXPECT_EQ(dst.bitmap.Pixel(Point{0, 2}), 0xFFFFFFFFu);
 }
 
 TEST(Bitmap, AliasDetachesIntoAnOwnedCopy)
 {
     std::vector<unsigned char> memory(3 * 8 + 5, 0x5A);
     Bitmap b(Size{2, 3}, Bitmap::RGB24, memory.data());
-    ASSERT_EQ(b.GetPtr(), memory.data());
-    EXPECT_FALSE(b.OwnsPixels());
+    ASSERT_TRUE(b.GetPtr() == memory.data() && !b.OwnsPixels());
     b.DetachAlias();
-    ASSERT_TRUE(b.OwnsPixels());
-    ASSERT_NE(b.GetPtr(), memory.data());
-    EXPECT_EQ(std::memcmp(b.GetPtr(), memory.data(), b.GetNumBytes()), 0);
+    ASSERT_TRUE(b.GetPtr() != memory.data() && b.OwnsPixels());
     memory.assign(memory.size(), 0);
     EXPECT_EQ(b.Pixel(Point{1, 2}), 0xFF5A5A5Au);
     const unsigned char * owned = b.GetPtr();
     b.DetachAlias();
     EXPECT_EQ(b.GetPtr(), owned);
-    b.Done();
-    EXPECT_FALSE(b.IsValid());
-    EXPECT_EQ(b.GetFormat(), Bitmap::Raw);
 }
 
 TEST(Bitmap, CropFlipAndAreaCopyOwnTheirPixels)
@@ -326,23 +301,15 @@ TEST(Bitmap, CropFlipAndAreaCopyOwnTheirPixels)
     Bitmap area(b, Rect{1, 2, 2, 2});
     EXPECT_EQ(area.GetPitch(), 12u);
     EXPECT_EQ(area.Pixel(Point{1, 1}), b.Pixel(Point{2, 3}));
-    Bitmap past(b, Rect{2, 3, 2, 2});
-    EXPECT_TRUE(past.IsValid());
-
-    Bitmap empty;
-    EXPECT_EQ(empty.FlipY(), nullptr);
+    EXPECT_EQ(Bitmap().FlipY(), nullptr);
 }
 
 TEST(Bitmap, PaletteFormatsDoNotTakePartInConversions)
 {
     Bitmap indexed(Size{4, 2}, Bitmap::Indexed8);
-    ASSERT_TRUE(indexed.IsValid());
-    EXPECT_EQ(indexed.GetPalette(), nullptr);
     Kiv::PackedColor * palette = indexed.CreatePalette();
-    ASSERT_NE(palette, nullptr);
+    ASSERT_TRUE(palette && indexed.CreatePalette() == palette);
     EXPECT_EQ(palette[255], 0u);
-    EXPECT_EQ(indexed.CreatePalette(), palette);
-    palette[1] = PackedColor::pink;
     indexed.Clear();
     indexed.GetPtr()[0] = 1;
     EXPECT_EQ(indexed.Pixel(Point{0, 0}), 0xFFFFFFFFu);
@@ -354,9 +321,6 @@ TEST(Bitmap, PaletteFormatsDoNotTakePartInConversions)
 
     Bitmap target(Size{4, 2}, Bitmap::ARGB32);
     EXPECT_EQ(target.GetBlitter(Bitmap::Indexed8, false), nullptr);
-    EXPECT_EQ(target.GetBlitter(Bitmap::Raw, true), nullptr);
     EXPECT_FALSE(target.CopyImage(indexed));
     EXPECT_FALSE(indexed.Image(target));
-    indexed.Done();
-    EXPECT_EQ(indexed.GetPalette(), nullptr);
 }

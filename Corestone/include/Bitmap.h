@@ -126,11 +126,23 @@ public:
     // the engine's callers and not consulted. Both answer whether any pixel was drawn.
     bool CopyImage(const Bitmap & source, const Point & at, const Rect & area, int reserved,
                    const Rect & clip);
-    bool CopyImage(const Bitmap & source, const Point & at, const Rect & area, int reserved = 0);
-    bool CopyImage(const Bitmap & source, const Point & at = Point{}, int reserved = 0);
+    bool CopyImage(const Bitmap & source, const Point & at, const Rect & area, int reserved = 0)
+    {
+        return CopyImage(source, at, area, reserved, *this);
+    }
+    bool CopyImage(const Bitmap & source, const Point & at = Point{}, int reserved = 0)
+    {
+        return CopyImage(source, at, source, reserved, *this);
+    }
     bool Image(const Bitmap & source, const Point & at, const Rect & area, int reserved, const Rect & clip);
-    bool Image(const Bitmap & source, const Point & at, const Rect & area, int reserved = 0);
-    bool Image(const Bitmap & source, const Point & at = Point{}, int reserved = 0);
+    bool Image(const Bitmap & source, const Point & at, const Rect & area, int reserved = 0)
+    {
+        return Image(source, at, area, reserved, *this);
+    }
+    bool Image(const Bitmap & source, const Point & at = Point{}, int reserved = 0)
+    {
+        return Image(source, at, source, reserved, *this);
+    }
 
     // New bitmaps on the heap that the caller deletes; the palette is not copied. Crop answers a
     // bitmap of the rectangle's size whose pixels are left unfilled when the rectangle does not
