@@ -23,6 +23,11 @@ if(WIN32)
   add_compile_definitions(WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601)
 endif()
 
+if(CORESTONE_SANITIZE MATCHES "address|thread")
+  # Line tables are all a sanitizer's report needs; full debug information doubles the build.
+  add_compile_options(-g1)
+endif()
+
 if(CORESTONE_SANITIZE STREQUAL "address")
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
