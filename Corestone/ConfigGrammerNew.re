@@ -1,7 +1,8 @@
 // The configuration text scanner. Before the header only blanks, comments and "version" may
-// appear; after it, tokens. A ":" opens a run of hex digit pairs closed by ";". Numbers and bare
-// words compete by longest match, so a run that only begins like a number (1e5, 1.0f) is a word;
-// a token's first character alone decides the strings, comments and ":".
+// appear; after it, tokens. A ":" standing alone opens a run of hex digit pairs closed by ";".
+// Numbers, words and the ":" compete by longest match, so a run that only begins like a number
+// (1e5, 1.0f) or like the colon (:x) is a word; a token's first character alone decides the
+// strings and comments.
 //
 // The source is read in place: every read is checked against the end, which reads as a NUL, so
 // the text needs no terminator and nothing past it is touched.
@@ -34,7 +35,7 @@ namespace Kiv
     intNumber = [+-]? [0-9]+ | "0x" hexDigit+;
     floatNumber = [+-]? ([0-9]+ "." [0-9]* | "." [0-9]+) ([eE] [+-]? [0-9]+)?;
     wordChar = [^ \t\r\n=;{}(),"\\\x00];
-    word = (wordChar \ [`:#/]) wordChar* | "/" | "/" (wordChar \ [*/]) wordChar*;
+    word = (wordChar \ [`#/]) wordChar* | "/" | "/" (wordChar \ [*/]) wordChar*;
 */
 
 // Decoded strings are kept in blocks that live as long as the scanner, so a string's value stays

@@ -198,7 +198,7 @@ TEST(ConfigParserTest, AnIndefiniteInAListCarriesItsOwnSemicolon)
 
 TEST(ConfigParserTest, ByteArraysReadHexPairsOverLines)
 {
-    Text text("b = : 00 0a\r\n  FF // note\n  7f;\nc = :0A0B;\nd = : ;");
+    Text text("b = : 00 0a\r\n  FF // note\n  7f;\nc = :\n0A0B;\nd = : ;\ne = :0A0B;");
     ASSERT_EQ(text.result, 0) << text.Error();
     const ConfigData & b = text.Node("b");
     ASSERT_EQ(b.GetDataType(), ConfigData::TYPE_BYTEARRAY);
@@ -207,6 +207,8 @@ TEST(ConfigParserTest, ByteArraysReadHexPairsOverLines)
               (std::vector<unsigned char>{0x00, 0x0A, 0xFF, 0x7F}));
     EXPECT_EQ(text.Node("c").GetArrayCount(), 2);
     EXPECT_EQ(text.Node("d").GetArrayCount(), 0);
+    // A colon that runs on into a word is part of the word.
+    EXPECT_STREQ(text.Node("e"), ":0A0B");
 
     for (const char * bad : {"b = : 0G;", "b = : 0A1;", "b = : 0 A;", "b = : 0A /* c */;", "b = : 0A",
                              ": 0A;", "= : 0A;", "b = (: 0A);"})

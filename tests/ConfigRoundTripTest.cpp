@@ -32,8 +32,8 @@ const uint32_t nans[] = {0x7FE00000u, 0xFFE00000u, 0xFFC00000u};
 //   the grammar takes only with a ";" of its own;
 // - blocks without a name or with data other than a string, and unnamed nodes without data,
 //   which the writer writes in forms the grammar rejects, or not at all;
-// - texts written bare that the scanner reads as a number ("-5", ".5e3") or as the ":" that
-//   opens a byte array (":x");
+// - texts written bare that the scanner reads as a number ("-5", ".5e3") or as the lone ":" that
+//   opens a byte array;
 // - floats that 8 significant digits do not carry, or that are written without a point (the
 //   fixed form of 8 integer digits has none and reads back as an integer), and other NaNs;
 // - empty strings as data, which neither form tells from null ones.
@@ -170,8 +170,7 @@ private:
                 text += set[Below(static_cast<int>(std::strlen(set)))];
             }
             const bool bare = !text.empty() && std::strchr("+-.", text[0]) != nullptr;
-            if (text.empty() ? !emptyAllowed
-                             : forText && ((bare && IsNumber(text.c_str())) || text[0] == ':'))
+            if (text.empty() ? !emptyAllowed : forText && ((bare && IsNumber(text.c_str())) || text == ":"))
                 continue;
             return PString(text.c_str(), static_cast<unsigned int>(text.size()));
         }
