@@ -91,9 +91,15 @@ std::string ProgramBeside(const std::string & name)
 int RunProgram(std::vector<std::string> words, const std::string & outFile, const std::string & errFile)
 {
 #if defined(_WIN32)
+    // cmd passes the line on as it stands; the program's runtime splits it into words, and there
+    // a backslash keeps a double quote inside a word.
     std::string command = "\"";
-    for (const std::string & word : words)
+    for (std::string word : words)
+    {
+        for (size_t quote = 0; (quote = word.find('"', quote)) != std::string::npos; quote += 2)
+            word.insert(quote, "\\");
         command += "\"" + word + "\" ";
+    }
     command += "> \"" + outFile + "\" 2> \"" + errFile + "\"\"";
     return std::system(command.c_str());
 #else
